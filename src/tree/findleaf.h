@@ -1,0 +1,12 @@
+// From a bit to a filled path: one entry for scans, which may land on the following leaf, and one for writers, which
+// want the leaf exactly where the bit belongs.
+#pragma once
+
+#include "bitmap.h"
+
+// Fills `path` for the first leaf that holds or follows `bit`. Returns 1 when there is one.
+int BmFindLeafForBit(PageCacheSType* pc, const RepTreeRootSType* root, BmPathSType* path, unsigned long bit);
+
+// Fills `path` for the leaf of `bit`; the caller has set allowNext. Returns 1 when a leaf was found, which with
+// allowNext 0 owns the bit.
+int findLeafPageForBit(PageCacheSType* pc, const RepTreeRootSType* root, unsigned long bit, BmPathSType* path);
