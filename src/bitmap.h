@@ -46,13 +46,13 @@ void BmPageCopyCheckBytesUsed(RepPageHdrSType* page);
 // The position of a walk
 
 struct BmPathLevelSType {
-  uint64_t pageId;      // the page at this level: an id, or in a heap tree an address
-  int64_t numEntries;   // `count` of that page; 0 at level 0
-  uint64_t firstBit;    // key of the chosen slot without its tag; at level 0 the same as at level 1
-  uint64_t limitBit;    // key of the next slot as stored, tag included; behind the last slot BM_END_BIT at
-                        // level 2 and all ones below
-  int32_t index;        // the chosen slot, counted from firstOffset; -1 before the first; at level 0 the
-                        // position inside the leaf
+  uint64_t pageId;     // the page at this level: an id, or in a heap tree an address
+  int64_t numEntries;  // `count` of that page; 0 at level 0
+  uint64_t firstBit;   // key of the chosen slot without its tag; at level 0 the same as at level 1
+  uint64_t limitBit;   // key of the next slot as stored, tag included; behind the last slot BM_END_BIT at
+                       // level 2 and all ones below
+  int32_t index;       // the chosen slot, counted from firstOffset; -1 before the first; at level 0 the
+                       // position inside the leaf
 };
 
 // The way from a root to one leaf. Owns nothing and pins nothing, and is out of date after any change of the
@@ -255,8 +255,8 @@ int BmIsEmpty(PageCacheSType* pc, DiskTreeRootSType* root);
 // Takes the lowest bits out of the tree. The tree ends empty; nothing else may change it during the walk.
 unsigned long BmFindSetBits_(PageCacheSType* pc, unsigned long maxBits, RepTreeRootSType* root, BmPathSType* path,
                              unsigned long* out);
-unsigned long BmFindSetBits_(PageCacheSType* pc, unsigned long maxBits, DiskTreeRootSType* root,
-                             BmPathSType* path, unsigned long* out);
+unsigned long BmFindSetBits_(PageCacheSType* pc, unsigned long maxBits, DiskTreeRootSType* root, BmPathSType* path,
+                             unsigned long* out);
 
 // The same, delivering Oops.
 unsigned long BmFindSetOops_(PageCacheSType* pc, unsigned long maxBits, RepTreeRootSType* root, BmPathSType* path,
@@ -359,8 +359,8 @@ int BmWriteToFileIn6xFormat(PageCacheSType* pc, char* fileName, RepTreeRootSType
 
 // The same, leaving the tree as it is.
 int BmWriteToFileNonDestructive(PageCacheSType* pc, char* fileName, const RepTreeRootSType* root, int* err);
-int BmWriteToFileNonDestructive(PageCacheSType* pc, char* fileName, const RepTreeRootSType* root,
-                                int deleteExisting, int* err);
+int BmWriteToFileNonDestructive(PageCacheSType* pc, char* fileName, const RepTreeRootSType* root, int deleteExisting,
+                                int* err);
 int BmWriteToFileNonDestructive(PageCacheSType* pc, char* fileName, const DiskTreeRootSType* root, int* err);
 
 // Writes random trees of 0, 10 and 2000 bits to a temporary file, reads them back and requires equality.
@@ -387,5 +387,4 @@ using BmVerifyReportFn = void (*)(void* context, unsigned long pageRef, int leve
 // Walks the whole tree and reports every broken invariant of its pages to `report` (may be null), handing it
 // `context`. Returns the number of faults. Never reads outside a page and never follows a reference of 0; in a
 // heap tree the other references must be readable pages.
-unsigned long BmVerifyTree(PageCacheSType* pc, const RepTreeRootSType* root, BmVerifyReportFn report,
-                           void* context);
+unsigned long BmVerifyTree(PageCacheSType* pc, const RepTreeRootSType* root, BmVerifyReportFn report, void* context);

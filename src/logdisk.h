@@ -10,9 +10,9 @@
 
 #include "reposdisk.h"
 
-constexpr int16_t LOG_COMPR_DENSE_BODY = -2044;   // bodyWords of a record that holds a dense leaf
-constexpr int LOG_COMPR_HEAD_BYTES = 40;          // bytes of a record before its body
-constexpr int LOG_COMPR_DENSE_REC_SIZE = 16392;   // recSize of a dense record: head, first bit, words
+constexpr int16_t LOG_COMPR_DENSE_BODY = -2044;  // bodyWords of a record that holds a dense leaf
+constexpr int LOG_COMPR_HEAD_BYTES = 40;         // bytes of a record before its body
+constexpr int LOG_COMPR_DENSE_REC_SIZE = 16392;  // recSize of a dense record: head, first bit, words
 
 // Head of a record. The log owns the record and the reserved bytes.
 struct LogComprResourceIdRecHdrType {

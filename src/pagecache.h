@@ -26,13 +26,13 @@ struct PageCacheSType {
   const DiskTreeRootSType* diskInvalidSharedPageTreeRoot;
   const DiskTreeRootSType* diskInvalidCarefulTreeRoot;
   const DiskTreeRootSType* diskInvalidOtTreeRoot;
-  uint64_t* carefulStamp;             // the current stamp
-  void* reservedCarefulSlot;          // zeroed at set-up, otherwise untouched
-  RepTreeRootSType* dirtyCarefulBm;   // ids of the careful pages made under the current stamp
-  uint64_t unitTestStamp;             // storage for initForUnitTest
-  RepTreeRootSType obsoleteCarefulBm;  // ids of older careful pages that were displaced or disposed
+  uint64_t* carefulStamp;                   // the current stamp
+  void* reservedCarefulSlot;                // zeroed at set-up, otherwise untouched
+  RepTreeRootSType* dirtyCarefulBm;         // ids of the careful pages made under the current stamp
+  uint64_t unitTestStamp;                   // storage for initForUnitTest
+  RepTreeRootSType obsoleteCarefulBm;       // ids of older careful pages that were displaced or disposed
   RepTreeRootSType unitTestDirtyCarefulBm;  // storage for initForUnitTest
-  int32_t carefulActive;              // nonzero while careful tracking is on
+  int32_t carefulActive;                    // nonzero while careful tracking is on
   ShrPcStateSType shrPcState;
 
   // Sets up careful tracking on members of this object alone: stamp 1, both sets empty heap trees (tags 1887

@@ -36,7 +36,7 @@ constexpr unsigned long oopOfBit(unsigned long bit) { return bit << 8 | 1; }
 // Pages
 
 enum RepPageKindEType : uint8_t {
-  REP_ANY_PAGE = 0,  // asks PageLocate for a page of any kind; never stored
+  REP_ANY_PAGE = 0,   // asks PageLocate for a page of any kind; never stored
   REP_DATA_PAGE = 4,  // a data page of the store, never a page of a tree
   REP_BM_INTERNAL_PAGE = 7,
   REP_BM_LEAF_PAGE = 8,  // dense leaf
@@ -156,21 +156,21 @@ constexpr int16_t listBytesUsed(int count, int firstOffset) {
 // Roots
 
 enum BmTreeKindEType : int8_t {
-  BM_HEAP_TREE = 0,         // pages in private memory, reached by address
-  BM_PAGE_TREE = 1,         // pages of the page cache, reached by id
-  BM_SHARED_PAGE_TREE = 2,  // the same, shared
-  BM_CAREFUL_TREE = 3,      // the same, and a page of an older stamp is shadowed before it is written
+  BM_HEAP_TREE = 0,          // pages in private memory, reached by address
+  BM_PAGE_TREE = 1,          // pages of the page cache, reached by id
+  BM_SHARED_PAGE_TREE = 2,   // the same, shared
+  BM_CAREFUL_TREE = 3,       // the same, and a page of an older stamp is shadowed before it is written
   BM_INLINE_LIST_TREE = -2,  // no page: one list inside another record
 };
 
 // A tree in memory; copied by value. An empty tree has `root` 0 and keeps its other fields, so that the first
 // write knows how to make a page.
 struct RepTreeRootSType {
-  uint64_t root = 0;       // page id; heap: page address; inline list: address of the word that holds its offset
-  int32_t allocTag = -1;   // tag of this tree's heap pages
+  uint64_t root = 0;      // page id; heap: page address; inline list: address of the word that holds its offset
+  int32_t allocTag = -1;  // tag of this tree's heap pages
   int8_t treeKind = BM_HEAP_TREE;  // a BmTreeKindEType
-  uint8_t level = 0;       // of the root page: 0 a leaf, 1 a page of leaves, 2 a page of level-1 pages
-  uint8_t denseLeaves = 0;  // 1: new leaves are dense ones that stay when empty
+  uint8_t level = 0;               // of the root page: 0 a leaf, 1 a page of leaves, 2 a page of level-1 pages
+  uint8_t denseLeaves = 0;         // 1: new leaves are dense ones that stay when empty
   uint8_t reserved = 0;
 
   constexpr RepTreeRootSType() = default;
