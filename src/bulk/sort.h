@@ -3,6 +3,6 @@
 
 #include "bitmap.h"
 
-// Sorts and strips first[1] to end[-1] in place, with the sentinel at *end; end - first is at least 2. Returns one past the
-// last element kept.
+// Sorts and strips first[1] to end[-1] in place, with the sentinel at *end; end - first is at least 2. Returns one
+// past the last element kept.
 unsigned long* sortAndStrip(unsigned long* first, unsigned long* end);

@@ -43,6 +43,9 @@ constexpr int frontGap(int count) {
 // Writes `count` entries into a list as its whole contents, behind the front gap for that count.
 void fillBitList(RepBitListContentsSType* list, const uint64_t* entries, int count);
 
+// Slides the live entries so that the first one stands in slot `front`; firstOffset + count stays within the list.
+void placeList(RepBitListContentsSType* list, int front);
+
 // Inserts `bit`, known to be absent, at the untagged `slot` from BinSearchForModify. The shorter side moves when
 // the gap or the tail allows. `count` is below 2043.
 void ADD_BIT_TO_BITLIST(RepBitListContentsSType* list, uint64_t* slot, unsigned long bit);

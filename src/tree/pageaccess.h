@@ -30,7 +30,9 @@ int BmDisposePage(PageCacheSType* pc, unsigned long page, BmTreeKindEType kind);
 // The pages of a heap tree, for descents that make no call.
 struct HeapAccess {
   static RepPageHdrSType* leaf(unsigned long ref) { return reinterpret_cast<RepPageHdrSType*>(ref); }
-  static RepBmInternalPageSType* internal(unsigned long ref) { return reinterpret_cast<RepBmInternalPageSType*>(ref); }
+  static RepBmInternalPageSType* internal(unsigned long ref) {
+    return reinterpret_cast<RepBmInternalPageSType*>(ref);
+  }
 };
 
 // The pages of a tree in the page cache.
@@ -52,7 +54,9 @@ class TreeAccess {
   bool cached() const { return treeKind_ != BM_HEAP_TREE; }
 
   // A leaf of either kind.
-  RepPageHdrSType* leaf(unsigned long ref) const { return cached() ? CachedAccess{pc_}.leaf(ref) : HeapAccess::leaf(ref); }
+  RepPageHdrSType* leaf(unsigned long ref) const {
+    return cached() ? CachedAccess{pc_}.leaf(ref) : HeapAccess::leaf(ref);
+  }
 
   // An internal page; a heap page is taken as it is.
   RepBmInternalPageSType* internal(unsigned long ref) const {
@@ -61,12 +65,17 @@ class TreeAccess {
 
   // An internal page; a heap page of another kind is reported and returned.
   RepBmInternalPageSType* checkedInternal(unsigned long ref) const {
-    return asInternalPage(BM_LOCATE_PAGE(pc_, ref, REP_BM_INTERNAL_PAGE, static_cast<char>(treeKind_)));
+    return cached() ? CachedAccess{pc_}.internal(ref) : asInternalPage(checkedHeapPage(ref, REP_BM_INTERNAL_PAGE));
   }
 
   // A leaf that must be a bit list; a heap page is taken as it is.
   RepPageHdrSType* list(unsigned long ref) const {
     return cached() ? PageLocate(pc_, ref, REP_BIT_LIST_PAGE, -1) : HeapAccess::leaf(ref);
+  }
+
+  // A leaf that must be a bit list; a heap page of another kind is reported and returned.
+  RepPageHdrSType* checkedList(unsigned long ref) const {
+    return cached() ? list(ref) : checkedHeapPage(ref, REP_BIT_LIST_PAGE);
   }
 
   // What a child slot or root holds for `page`.
@@ -85,6 +94,13 @@ class TreeAccess {
   PageCacheSType* pc() const { return pc_; }
 
  private:
+  RepPageHdrSType* checkedHeapPage(unsigned long ref, RepPageKindEType kind) const {
+    RepPageHdrSType* page = HeapAccess::leaf(ref);
+    if (page->pageKind != kind) [[unlikely]]
+      BmPageReportHeaderFault(pc_, kind, page);
+    return page;
+  }
+
   PageCacheSType* pc_;
   int treeKind_;
 };
@@ -92,7 +108,8 @@ class TreeAccess {
 // Holds a page in memory from here to the end of the scope. Heap pages need no pin.
 class PinnedPage {
  public:
-  PinnedPage(const TreeAccess& pages, RepPageHdrSType* page) : pc_(pages.pc()), page_(pages.cached() ? page : nullptr) {
+  PinnedPage(const TreeAccess& pages, RepPageHdrSType* page)
+      : pc_(pages.pc()), page_(pages.cached() ? page : nullptr) {
     if (page_ != nullptr) PagePin(pc_, page_);
   }
   ~PinnedPage() {

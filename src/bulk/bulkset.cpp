@@ -1,0 +1,143 @@
+#include "bulk/bulkset.h"
+
+#include <algorithm>
+
+#include "bulk/sort.h"
+#include "tree/bitlist.h"
+#include "tree/leafcreation.h"
+#include "tree/pageaccess.h"
+#include "tree/path.h"
+#include "tree/splitlist.h"
+
+namespace {
+
+// The walk of an ascending array along a tree's leaves.
+struct BulkSet {
+  PageCacheSType* pc;
+  RepTreeRootSType* root;
+  const uint64_t* cur;
+  const uint64_t* end;
+  unsigned long newlySet = 0;
+  BmPathSType path{};
+};
+
+// An inline list is reached bit by bit.
+BulkSetResult setInInlineList(const BulkSet& walk) {
+  if (walk.root->root == 0) return {0, BulkSetEnd::noLeaf};
+  unsigned long newlySet = 0;
+  for (const uint64_t* bit = walk.cur; bit != walk.end; ++bit) newlySet += BmSetBit(walk.pc, walk.root, *bit) == 0;
+  return {newlySet, BulkSetEnd::complete};
+}
+
+// Elements of `cur` to `end` that ascend and lie below `stop`, as the first one does. An array that breaks its
+// promise to ascend ends the run there, so that every leaf stays sorted.
+int runLength(const uint64_t* cur, long most, unsigned long stop) {
+  const long below = firstNotBelow(cur, most, stop);
+  long ascending = 1;
+  while (ascending < below && cur[ascending - 1] <= cur[ascending]) ++ascending;
+  return static_cast<int>(ascending == below ? below : firstNotBelow(cur, ascending, stop));
+}
+
+// Stores the array elements from `cur` on that belong to this list, each run of them between two entries with one gap
+// and one copy. Returns false when the list is full and a further element belongs to it.
+bool setInList(BulkSet* walk, RepBitListPageSType* page) {
+  RepBitListContentsSType& list = page->contents;
+  const unsigned long leafKey = walk->path.levels[0].firstBit;
+  const unsigned long limit = listLeafLimit(*walk->root, walk->path);
+  uint64_t* pos = list.begin();
+  while (walk->cur != walk->end && *walk->cur >= leafKey && *walk->cur < limit) {
+    if (pos != list.begin() && *walk->cur <= pos[-1]) return true;  // not ascending: find its place afresh
+    pos += firstNotBelow(pos, list.end() - pos, *walk->cur);
+    while (pos != list.end() && walk->cur != walk->end && *pos == *walk->cur) {
+      ++pos;
+      ++walk->cur;
+    }
+    const unsigned long stop = pos == list.end() ? limit : *pos;
+    if (walk->cur == walk->end || *walk->cur >= stop || *walk->cur < leafKey) continue;
+    const long room = BM_BIT_LIST_CAPACITY - list.count;
+    if (room <= 0) return false;
+    const int take = runLength(walk->cur, std::min(room, walk->end - walk->cur), stop);
+    uint64_t* gap = openListGap(&list, pos, take);
+    HostAsmMemcpySmallWords(gap, walk->cur, static_cast<unsigned long>(take));
+    setBlCount_SET_DIRTY(walk->pc, walk->root, page, list.count + take);
+    walk->cur += take;
+    walk->newlySet += static_cast<unsigned long>(take);
+    pos = gap + take;
+  }
+  return true;
+}
+
+// Sets the bits from `cur` on that lie in the span at `base`. Returns the first one that does not.
+const uint64_t* setDenseBits(uint64_t* words, unsigned long base, const uint64_t* cur, const uint64_t* end,
+                             int* newlySet) {
+  int added = 0;
+  for (; cur != end; ++cur) {
+    const unsigned long rel = *cur - base;
+    if (rel >= BM_LEAF_BITS) break;
+    uint64_t& word = words[rel >> 6];
+    added += static_cast<int>(~word >> (rel & 63) & 1);
+    word |= uint64_t{1} << (rel & 63);
+  }
+  *newlySet = added;
+  return cur;
+}
+
+void setInDenseLeaf(BulkSet* walk, RepBmLeafPageSType* leaf) {
+  int added;
+  walk->cur = setDenseBits(leaf->words, walk->path.levels[1].firstBit, walk->cur, walk->end, &added);
+  leaf->bitsSet += added;
+  walk->newlySet += static_cast<unsigned long>(added);
+  TreeAccess(walk->pc, *walk->root).markDirty(&leaf->hdr);
+}
+
+}  // namespace
+
+BulkSetResult setSortedBits(PageCacheSType* pc, RepTreeRootSType* root, const unsigned long* first,
+                            const unsigned long* end) {
+  BulkSet walk{pc, root, first, end};
+  if (first >= end) return {0, BulkSetEnd::complete};
+  if (root->treeKind < 0) return setInInlineList(walk);
+  while (walk.cur != end) {
+    const uint64_t* before = walk.cur;
+    if (*walk.cur >= BM_END_BIT) return {walk.newlySet, BulkSetEnd::noLeaf};  // no leaf can own it
+    RepPageHdrSType* page = locateOrCreateLeaf(pc, root, &walk.path, *walk.cur);
+    if (page == nullptr) return {walk.newlySet, BulkSetEnd::noLeaf};
+    if (page->pageKind == REP_BIT_LIST_PAGE) {
+      const bool stored = setInList(&walk, asListPage(page));
+      if (!stored && splitBitList(pc, root, *walk.cur, 0) == 0) return {walk.newlySet, BulkSetEnd::noSplit};
+    } else if (page->pageKind == REP_BM_LEAF_PAGE) {
+      setInDenseLeaf(&walk, asDensePage(page));
+      if (walk.cur == before) return {walk.newlySet, BulkSetEnd::noLeaf};  // a dense root, which owns one span only
+    } else {
+      ReportLeafFault(pc, walk.path.levels[0].pageId, page, root->treeKind, __LINE__);
+      return {walk.newlySet, BulkSetEnd::noLeaf};
+    }
+  }
+  return {walk.newlySet, BulkSetEnd::complete};
+}
+
+unsigned long BmSetBitsFromSortedArray_(PageCacheSType* pc, RepTreeRootSType* root, const unsigned long* first,
+                                        const unsigned long* end) {
+  const BulkSetResult result = setSortedBits(pc, root, first, end);
+  return result.end == BulkSetEnd::noSplit ? 1 : result.newlySet;
+}
+
+unsigned long BmSetBitsFromArray_(PageCacheSType* pc, RepTreeRootSType* root, unsigned long* first,
+                                  unsigned long* end) {
+  if (end - first < 2) return 0;
+  if (end - first == 2) return BmSetBit(pc, root, first[1]) == 0;  // not worth a sort
+  return BmSetBitsFromSortedArray_(pc, root, first + 1, sortAndStrip(first, end));
+}
+
+unsigned long BmSetBitsFromTaggedPageIds(PageCacheSType* pc, RepTreeRootSType* root, unsigned long* first,
+                                         unsigned long* end) {
+  if (end - first < 2) return 0;
+  if (end - first == 2) return BmSetBit(pc, root, first[1] >> 1) == 0;
+  return BmSetBitsFromSortedArray_(pc, root, first + 1, BmSortRemoveDups_FromTaggedPageIds(first, end));
+}
+
+unsigned long BmSetOopsFromArray_(PageCacheSType* pc, RepTreeRootSType* root, unsigned long* first,
+                                  unsigned long* end) {
+  for (unsigned long* oop = first + 1; oop < end; ++oop) *oop = bitOfOop(*oop);
+  return BmSetBitsFromArray_(pc, root, first, end);
+}
