@@ -136,8 +136,9 @@ int moveToDenseLeaves(PageCacheSType* pc, RepTreeRootSType* root, const BmPathST
 // Moves one end of the list, up to a span boundary next to the bit, to a neighbour or a new right sibling.
 int moveEntriesAcross(PageCacheSType* pc, RepTreeRootSType* root, unsigned long bit, SplitPlan* plan) {
   const unsigned long cutLow = spanBase(bit);
-  const bool inBounds = UTL_GUARANTEE(cutLow + BM_LEAF_BITS > plan->lowBase) & UTL_GUARANTEE(plan->highEnd > cutLow);
-  if (!inBounds) return 0;
+  const bool aboveLow = UTL_GUARANTEE(cutLow + BM_LEAF_BITS > plan->lowBase);
+  const bool belowHigh = UTL_GUARANTEE(plan->highEnd > cutLow);
+  if (!aboveLow || !belowHigh) return 0;
   BmPathSType& path = plan->path;
   RepPageHdrSType* page = locateForWrite(pc, root, 0, &path);
   if (page == nullptr) return 0;
