@@ -22,13 +22,16 @@ struct BmLeavesSType {
   int32_t leafCount = 0;  // valid entries of leafRefs; 0 once the stream has ended
   int32_t nextLeaf = 0;   // index in leafRefs of the next leaf to hand out
   const RepTreeRootSType* root;
-  int32_t nextLevel1 = 1;                       // index in level1Refs of the next level-1 page to read
-  int32_t level1Count = 0;                      // valid entries of level1Refs
-  uint64_t startBit;                            // where the walk starts; 0 is the first leaf. 0 for a tree of level 0
-  BmChildRefSType level1Refs[BM_INT_CAPACITY];  // children of a level-2 root, at their slots; keys without tag. Those
-                                                // before the start are not written
-  BmChildRefSType
-      leafRefs[BM_INT_CAPACITY];  // the leaves in hand; keys with their tags. pageRef 0 is the inline list
+  int32_t nextLevel1 = 1;   // index in level1Refs of the next level-1 page to read
+  int32_t level1Count = 0;  // valid entries of level1Refs
+  uint64_t startBit;        // where the walk starts; 0 is the first leaf. 0 for a tree of level 0
+
+  // The children of a level-2 root, each at the index of its slot, keys without tag. Those before the start are not
+  // written.
+  BmChildRefSType level1Refs[BM_INT_CAPACITY];
+
+  // The leaves in hand, keys with their tags. A pageRef of 0 is the inline list.
+  BmChildRefSType leafRefs[BM_INT_CAPACITY];
 
   explicit BmLeavesSType(const RepTreeRootSType* tree, unsigned long start = 0) : root(tree), startBit(start) {}
 };
