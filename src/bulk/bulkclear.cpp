@@ -20,8 +20,6 @@
 
 namespace {
 
-constexpr int LEAF_FAULT_LINE = 6127;
-
 // What is left of the array, and the last bit of it that the list in hand may own.
 struct BitRun {
   const unsigned long* cursor;
@@ -214,7 +212,7 @@ void BulkClear::clearInDenseLeaf(RepBmLeafPageSType* page) {
 
 // A page that is no leaf counts as an empty one and is left as it is.
 void BulkClear::passBrokenLeaf(RepPageHdrSType* page, const BmPathSType& path) {
-  ReportLeafFault(pc, path.levels[0].pageId, page, root->treeKind, LEAF_FAULT_LINE);
+  ReportLeafFault(pc, path.levels[0].pageId, page, root->treeKind, __LINE__);
   BitRun run{cursor + 1, end, listLeafLimit(*root, path) - 1};
   run.skipToEnd();
   cursor = run.cursor;
