@@ -28,6 +28,7 @@ void copyChildren(const RepBmInternalPageSType& page, int slot, uint64_t keyMask
 
 // The slot of a level-1 page at which a walk from `bit` starts; `count` when `bit` lies past the last dense leaf.
 int startSlot(const BmInternalKeyType& area, unsigned long bit) {
+  if (bit == 0) return 0;
   const int found = lastKeyNotAbove<~BM_DENSE_TAG>(area, bit);
   if (found < 0) return 0;
   const uint64_t key = area.keys[area.firstOffset + found];
@@ -50,7 +51,8 @@ int takeLevel1Page(PageCacheSType* pc, BmLeavesSType* leaves, unsigned long page
 int takeLevel2Root(PageCacheSType* pc, BmLeavesSType* leaves) {
   const RepBmInternalPageSType& page = *TreeAccess(pc, *leaves->root).internal(leaves->root->root);
   if (page.keyArea.count == 0) return endStream(leaves);
-  const int slot = std::max(0, lastKeyNotAbove<~uint64_t{0}>(page.keyArea, leaves->startBit));
+  const int found = leaves->startBit == 0 ? 0 : lastKeyNotAbove<~uint64_t{0}>(page.keyArea, leaves->startBit);
+  const int slot = std::max(0, found);
   copyChildren(page, slot, ~BM_DENSE_TAG, leaves->level1Refs + slot);
   leaves->level1Count = page.keyArea.count;
   leaves->nextLevel1 = slot + 1;

@@ -63,24 +63,25 @@ TEST_P(LeafStreamTest, ALevelZeroTreeWithAStartBitYieldsNothing) {
 }
 
 TEST_P(LeafStreamTest, AListLeafReachesUpToTheNextLeafAndADenseLeafToTheEndOfItsSpan) {
-  const RepTreeRootSType& root =
-      adopt(buildTree(host, kind(), {listLeaf(0, {1}), denseLeaf(span(5), {span(5)}), listLeaf(span(9), {span(9)})}));
+  const RepTreeRootSType& root = adopt(
+      buildTree(host, kind(), Leaves{listLeaf(0, {1}), denseLeaf(span(5), {span(5)}), listLeaf(span(9), {span(9)})}));
   EXPECT_EQ(leavesOf(host, root), (Seen{{0, span(5) - 1}, {span(5), span(6) - 1}, {span(9), topBit}}));
 }
 
 TEST_P(LeafStreamTest, ADenseLeafInTheLastSpanEndsAtTheTopOfTheNumberSpace) {
-  const RepTreeRootSType& root = adopt(buildTree(host, kind(), {denseLeaf(span(lastSpan), {topBit})}));
+  const RepTreeRootSType& root = adopt(buildTree(host, kind(), Leaves{denseLeaf(span(lastSpan), {topBit})}));
   EXPECT_EQ(leavesOf(host, root), (Seen{{span(lastSpan), topBit}}));
 }
 
 TEST_P(LeafStreamTest, TheLastListOfALevelOnePageEndsBelowTheNextPage) {
-  const RepTreeRootSType& root = adopt(
-      buildTree(host, kind(), {{listLeaf(0, {1}), listLeaf(span(2), {span(2)})}, {listLeaf(span(7), {span(7)})}}));
+  const RepTreeRootSType& root = adopt(buildTree(
+      host, kind(), Groups{{listLeaf(0, {1}), listLeaf(span(2), {span(2)})}, {listLeaf(span(7), {span(7)})}}));
   EXPECT_EQ(leavesOf(host, root), (Seen{{0, span(2) - 1}, {span(2), span(7) - 1}, {span(7), topBit}}));
 }
 
 TEST_P(LeafStreamTest, AStartBitBehindAListStartsAtThatList) {
-  const RepTreeRootSType& root = adopt(buildTree(host, kind(), {listLeaf(0, {1}), listLeaf(span(9), {span(9)})}));
+  const RepTreeRootSType& root =
+      adopt(buildTree(host, kind(), Leaves{listLeaf(0, {1}), listLeaf(span(9), {span(9)})}));
   EXPECT_EQ(leavesOf(host, root, span(8)).front(), (SeenLeaf{0, span(9) - 1}));
   EXPECT_EQ(leavesOf(host, root, span(9)).front(), (SeenLeaf{span(9), topBit}));
   EXPECT_EQ(leavesOf(host, root, topBit).front(), (SeenLeaf{span(9), topBit}));
@@ -88,27 +89,29 @@ TEST_P(LeafStreamTest, AStartBitBehindAListStartsAtThatList) {
 
 TEST_P(LeafStreamTest, AStartBitPastADenseLeafStartsAtTheNextLeaf) {
   const RepTreeRootSType& root =
-      adopt(buildTree(host, kind(), {denseLeaf(span(1), {span(1)}), denseLeaf(span(4), {span(4)})}));
+      adopt(buildTree(host, kind(), Leaves{denseLeaf(span(1), {span(1)}), denseLeaf(span(4), {span(4)})}));
   EXPECT_EQ(leavesOf(host, root, span(2) - 1).size(), 2u);
   EXPECT_EQ(leavesOf(host, root, span(2)), (Seen{{span(4), span(5) - 1}}));
 }
 
 TEST_P(LeafStreamTest, AStartBitPastTheLastDenseLeafYieldsNothing) {
-  const RepTreeRootSType& root = adopt(buildTree(host, kind(), {denseLeaf(0, {1}), denseLeaf(span(4), {span(4)})}));
+  const RepTreeRootSType& root =
+      adopt(buildTree(host, kind(), Leaves{denseLeaf(0, {1}), denseLeaf(span(4), {span(4)})}));
   EXPECT_EQ(leavesOf(host, root, span(5)), Seen{});
 }
 
 TEST_P(LeafStreamTest, AStartBitBelowAllKeysStartsAtTheFirstLeaf) {
-  const RepTreeRootSType& root = adopt(buildTree(host, kind(), {denseLeaf(span(3), {span(3)})}));
+  const RepTreeRootSType& root = adopt(buildTree(host, kind(), Leaves{denseLeaf(span(3), {span(3)})}));
   EXPECT_EQ(leavesOf(host, root, 5).size(), 1u);
-  const RepTreeRootSType& tall = adopt(buildTree(host, kind(), {{denseLeaf(span(3), {span(3)})}, {}}));
-  EXPECT_EQ(leavesOf(host, tall, 5).size(), 1u);
+  const RepTreeRootSType& tall =
+      adopt(buildTree(host, kind(), Groups{{denseLeaf(span(3), {span(3)})}, {denseLeaf(span(7), {}, 1)}}));
+  EXPECT_EQ(leavesOf(host, tall, 5).size(), 2u);
 }
 
 TEST_P(LeafStreamTest, AStartBitInALevelTwoTreeStartsAtTheFirstLeafOfItsLevelOnePage) {
   BuildOptions options;
   options.internalFirstOffset = 11;
-  const std::vector<std::vector<LeafSpec>> groups = {
+  const Groups groups = {
       {denseLeaf(0, {1})}, {denseLeaf(span(3), {}, 1), denseLeaf(span(4), {}, 1)}, {denseLeaf(span(6), {}, 1)}};
   const RepTreeRootSType& root = adopt(buildTree(host, kind(), groups, options));
   const Seen fromSecondPage{{span(3), span(4) - 1}, {span(4), span(5) - 1}, {span(6), span(7) - 1}};
@@ -126,8 +129,8 @@ TEST_P(LeafStreamTest, AStartBitInALevelTwoTreeStartsAtTheFirstLeafOfItsLevelOne
 }
 
 TEST_P(LeafStreamTest, BatchesFollowTheLevelOnePagesAndKeepTheTags) {
-  const RepTreeRootSType& root = adopt(
-      buildTree(host, kind(), {{listLeaf(0, {1}), denseLeaf(span(1), {span(1)})}, {denseLeaf(span(3), {}, 1)}}));
+  const RepTreeRootSType& root = adopt(buildTree(
+      host, kind(), Groups{{listLeaf(0, {1}), denseLeaf(span(1), {span(1)})}, {denseLeaf(span(3), {}, 1)}}));
   BmLeavesSType leaves(&root);
   EXPECT_EQ(getLeaves(&host, &leaves), 2);
   EXPECT_EQ(leaves.leafRefs[0].key, 0u);
@@ -141,25 +144,26 @@ TEST_P(LeafStreamTest, BatchesFollowTheLevelOnePagesAndKeepTheTags) {
 }
 
 TEST_P(LeafStreamTest, AnInternalPageWithoutEntriesEndsTheStream) {
-  RepTreeRootSType& flat = adopt(buildTree(host, kind(), std::vector<LeafSpec>{}));
+  RepTreeRootSType& flat = adopt(buildTree(host, kind(), Leaves{}));
   EXPECT_EQ(leavesOf(host, flat), Seen{});
-  RepTreeRootSType& shell = adopt(buildTree(host, kind(), std::vector<std::vector<LeafSpec>>{}));
+  RepTreeRootSType& shell = adopt(buildTree(host, kind(), Groups{}));
   EXPECT_EQ(leavesOf(host, shell), Seen{});
   EXPECT_EQ(leavesOf(host, shell, 5), Seen{});
-  RepTreeRootSType& broken = adopt(buildTree(host, kind(), {{denseLeaf(0, {1})}, {}, {denseLeaf(span(4), {1})}}));
+  RepTreeRootSType& broken =
+      adopt(buildTree(host, kind(), Groups{{denseLeaf(0, {1})}, {}, {denseLeaf(span(4), {1})}}));
   EXPECT_EQ(leavesOf(host, broken).size(), 1u);  // pages behind the empty one are not looked at
 }
 
 TEST_P(LeafStreamTest, ABatchCostsOnePageAccessPerInternalPageAndNoLeaf) {
-  const RepTreeRootSType& root = adopt(
-      buildTree(host, kind(), {{listLeaf(0, {1}), listLeaf(span(1), {span(1)})}, {listLeaf(span(3), {span(3)})}}));
+  const RepTreeRootSType& root = adopt(buildTree(
+      host, kind(), Groups{{listLeaf(0, {1}), listLeaf(span(1), {span(1)})}, {listLeaf(span(3), {span(3)})}}));
   const uint64_t before = host.count(EventKind::locate);
   EXPECT_EQ(leavesOf(host, root).size(), 3u);
   EXPECT_EQ(host.count(EventKind::locate) - before, isHeap() ? 0u : 3u);
 }
 
 TEST_P(LeafStreamTest, ALocatedListStartsAtItsFirstLiveEntry) {
-  const RepTreeRootSType& root = adopt(buildTree(host, kind(), {listLeaf(0, {30, 40, 50}, 17)}));
+  const RepTreeRootSType& root = adopt(buildTree(host, kind(), Leaves{listLeaf(0, {30, 40, 50}, 17)}));
   WalkedTree walk(&host, &root, 0);
   ASSERT_TRUE(walk.nextLeaf());
   EXPECT_EQ(walk.leaf.curBit, 0u);
@@ -175,7 +179,7 @@ TEST_P(LeafStreamTest, ALocatedListStartsAtItsFirstLiveEntry) {
 }
 
 TEST_P(LeafStreamTest, LocatingWithoutCacheDropsProgressAndWithCacheKeepsIt) {
-  const RepTreeRootSType& root = adopt(buildTree(host, kind(), {listLeaf(0, {30, 40, 50}, 17)}));
+  const RepTreeRootSType& root = adopt(buildTree(host, kind(), Leaves{listLeaf(0, {30, 40, 50}, 17)}));
   WalkedTree walk(&host, &root, 0);
   ASSERT_TRUE(walk.nextLeaf());
   locateLeaf(&host, &walk.leaf, BM_LEAF_NO_CACHE);
@@ -191,7 +195,8 @@ TEST_P(LeafStreamTest, LocatingWithoutCacheDropsProgressAndWithCacheKeepsIt) {
 }
 
 TEST_P(LeafStreamTest, ThePinOfALeafLivesUntilTheNextLeafIsLocated) {
-  const RepTreeRootSType& root = adopt(buildTree(host, kind(), {denseLeaf(0, {3}), denseLeaf(span(1), {span(1)})}));
+  const RepTreeRootSType& root =
+      adopt(buildTree(host, kind(), Leaves{denseLeaf(0, {3}), denseLeaf(span(1), {span(1)})}));
   const long onePin = isHeap() ? 0 : 1;
   {
     WalkedTree walk(&host, &root, 0);
@@ -210,7 +215,7 @@ TEST_P(LeafStreamTest, ThePinOfALeafLivesUntilTheNextLeafIsLocated) {
 }
 
 TEST_P(LeafStreamTest, AdvancingGoesToTheFirstEntryAtOrAboveTheBit) {
-  const RepTreeRootSType& root = adopt(buildTree(host, kind(), {listLeaf(0, {30, 40, 50})}));
+  const RepTreeRootSType& root = adopt(buildTree(host, kind(), Leaves{listLeaf(0, {30, 40, 50})}));
   WalkedTree walk(&host, &root, 0);
   ASSERT_TRUE(walk.nextLeaf());
   locateLeaf(&host, &walk.leaf, BM_LEAF_CACHE);
@@ -224,7 +229,7 @@ TEST_P(LeafStreamTest, AdvancingGoesToTheFirstEntryAtOrAboveTheBit) {
 }
 
 TEST_P(LeafStreamTest, AdvancingAboveTheLastEntryEndsTheLeafAndStaysOnThatEntry) {
-  const RepTreeRootSType& root = adopt(buildTree(host, kind(), {listLeaf(0, {30, 40, 50})}));
+  const RepTreeRootSType& root = adopt(buildTree(host, kind(), Leaves{listLeaf(0, {30, 40, 50})}));
   WalkedTree walk(&host, &root, 0);
   ASSERT_TRUE(walk.nextLeaf());
   locateLeaf(&host, &walk.leaf, BM_LEAF_CACHE);
@@ -238,7 +243,7 @@ TEST_P(LeafStreamTest, AdvancingAboveTheLastEntryEndsTheLeafAndStaysOnThatEntry)
 }
 
 TEST_P(LeafStreamTest, AdvancingADenseLeafIsReported) {
-  const RepTreeRootSType& root = adopt(buildTree(host, kind(), {denseLeaf(0, {3})}));
+  const RepTreeRootSType& root = adopt(buildTree(host, kind(), Leaves{denseLeaf(0, {3})}));
   WalkedTree walk(&host, &root, 0);
   ASSERT_TRUE(walk.nextLeaf());
   locateLeaf(&host, &walk.leaf, BM_LEAF_CACHE);
@@ -247,7 +252,7 @@ TEST_P(LeafStreamTest, AdvancingADenseLeafIsReported) {
 }
 
 TEST_P(LeafStreamTest, AListWithoutEntriesIsAtItsEnd) {
-  const RepTreeRootSType& root = adopt(buildTree(host, kind(), {listLeaf(0, {}, 2043)}));
+  const RepTreeRootSType& root = adopt(buildTree(host, kind(), Leaves{listLeaf(0, {}, 2043)}));
   WalkedTree walk(&host, &root, 0);
   ASSERT_TRUE(walk.nextLeaf());
   locateLeaf(&host, &walk.leaf, BM_LEAF_CACHE);
@@ -256,7 +261,7 @@ TEST_P(LeafStreamTest, AListWithoutEntriesIsAtItsEnd) {
 }
 
 TEST_P(LeafStreamTest, APageThatIsNoLeafIsReportedAndAtItsEnd) {
-  const RepTreeRootSType& root = adopt(buildTree(host, kind(), {denseLeaf(0, {3})}));
+  const RepTreeRootSType& root = adopt(buildTree(host, kind(), Leaves{denseLeaf(0, {3})}));
   const uint64_t leafRef = refsAtLevel(host, root, 0).front();
   putU8(host.bytes(root, leafRef), at::pageKind, 4);
   WalkedTree walk(&host, &root, 0);
@@ -272,7 +277,7 @@ TEST_P(LeafStreamTest, APageThatIsNoLeafIsReportedAndAtItsEnd) {
 }
 
 TEST_P(LeafStreamTest, AChildReferenceOfZeroIsReportedAndAnEndedLeaf) {
-  const RepTreeRootSType& root = adopt(buildTree(host, kind(), {denseLeaf(0, {3})}));
+  const RepTreeRootSType& root = adopt(buildTree(host, kind(), Leaves{denseLeaf(0, {3})}));
   unsigned char* page = host.bytes(root, root.root);
   const uint64_t child = rawU64(page, at::child(0));
   putU64(page, at::child(0), 0);
@@ -361,9 +366,9 @@ TEST_P(InStepTest, EveryPairOfOverlappingLeavesMeetsOnce) {
 }
 
 TEST_P(InStepTest, AWalkEndsWhenTheTreatmentIsDone) {
-  const RepTreeRootSType& a = adopt(
-      buildTree(host, kind(), {denseLeaf(0, {3}), denseLeaf(span(1), {span(1)}), denseLeaf(span(2), {span(2)})}));
-  const RepTreeRootSType& b = adopt(buildTree(host, kind(), {denseLeaf(span(9), {span(9)})}));
+  const RepTreeRootSType& a = adopt(buildTree(
+      host, kind(), Leaves{denseLeaf(0, {3}), denseLeaf(span(1), {span(1)}), denseLeaf(span(2), {span(2)})}));
+  const RepTreeRootSType& b = adopt(buildTree(host, kind(), Leaves{denseLeaf(span(9), {span(9)})}));
   WalkedTree walkA(&host, &a, 0);
   WalkedTree walkB(&host, &b, 0);
   ASSERT_TRUE(walkA.nextLeaf() && walkB.nextLeaf());
@@ -373,7 +378,7 @@ TEST_P(InStepTest, AWalkEndsWhenTheTreatmentIsDone) {
 }
 
 TEST_P(InStepTest, AnEmptyInlineListAsSecondTreeIsPassedOver) {
-  const RepTreeRootSType& a = adopt(buildTree(host, kind(), {listLeaf(0, {0, 3})}));
+  const RepTreeRootSType& a = adopt(buildTree(host, kind(), Leaves{listLeaf(0, {0, 3})}));
   InlineTree inlineTree;
   WalkedTree walkA(&host, &a, 0);
   WalkedTree walkB(&host, inlineTree.root(), 0);
@@ -384,7 +389,7 @@ TEST_P(InStepTest, AnEmptyInlineListAsSecondTreeIsPassedOver) {
 }
 
 TEST_P(InStepTest, AnEmptyInlineListAsFirstTreeEndsTheWalk) {
-  const RepTreeRootSType& b = adopt(buildTree(host, kind(), {listLeaf(0, {0, 3})}));
+  const RepTreeRootSType& b = adopt(buildTree(host, kind(), Leaves{listLeaf(0, {0, 3})}));
   InlineTree inlineTree;
   WalkedTree walkA(&host, inlineTree.root(), 0);
   WalkedTree walkB(&host, &b, 0);

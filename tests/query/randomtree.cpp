@@ -73,8 +73,8 @@ RepTreeRootSType randomTree(TestHost& host, BmTreeKindEType kind, int level, Ran
     model->insert(bits.begin(), bits.end());
     return buildTree(host, kind, listLeaf(0, bits, static_cast<int>(random.below(2044 - count))), options);
   }
-  std::vector<std::vector<LeafSpec>> groups(level == 1 ? 1 : 1 + random.below(4));
-  for (std::vector<LeafSpec>& leaves : groups) {
+  Groups groups(level == 1 ? 1 : 1 + random.below(4));
+  for (Leaves& leaves : groups) {
     const uint64_t count = 1 + random.below(8);
     for (uint64_t i = 0; i < count; ++i) leaves.push_back(maker.next());
   }

@@ -9,6 +9,10 @@ constexpr uint64_t span(uint64_t index) { return index * 130752; }
 constexpr uint64_t lastSpan = 0xFFFFFFFFFF / 130752;
 constexpr uint64_t topBit = 0xFFFFFFFFFF;
 
+// The leaves of a level-1 page; the level-1 pages of a level-2 tree.
+using Leaves = std::vector<LeafSpec>;
+using Groups = std::vector<Leaves>;
+
 // `count` different bits of [first, end), ascending.
 std::vector<uint64_t> randomBits(Random& random, size_t count, uint64_t first, uint64_t end);
 
