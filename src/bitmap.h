@@ -76,7 +76,14 @@ static_assert(offsetof(BmPathSType, levels) == 16 && sizeof(BmPathLevelSType) ==
 int BmTestBit(PageCacheSType* pc, const RepTreeRootSType* root, unsigned long bit);
 int BmTestBit(PageCacheSType* pc, const DiskTreeRootSType* root, unsigned long bit);
 
-// The same for the bit of an Oop. An Oop whose bit 0 is clear is reported on standard output and gives 0.
+// Tests `count` bits in any order. Bit i % 64 of answers[i / 64] is the answer for bits[i]; the array holds
+// (count + 63) / 64 words, the unused bits of the last one are 0. In a heap tree the cache misses of the probes
+// overlap, so many cost less than one by one.
+void BmTestBits(PageCacheSType* pc, const RepTreeRootSType* root, const unsigned long* bits, unsigned long count,
+                uint64_t* answers);
+
+// The same as BmTestBit for the bit of an Oop. An Oop whose bit 0 is clear is reported on standard output and gives
+// 0.
 int bmTestOop(PageCacheSType* pc, const RepTreeRootSType* root, unsigned long oop);
 
 // Sets `bit`. Returns 1 if it was set already; 0 if it was not, or if no page was to be had: it is then not set.

@@ -4,19 +4,11 @@
 #pragma once
 
 #include "bitmap.h"
+#include "tree/search.h"
 
-// Index of the first of `count` ascending entries that is not below `bit`; `count` if there is none. The one
-// binary search over list entries.
+// Index of the first of `count` ascending entries that is not below `bit`; `count` if there is none.
 inline long firstNotBelow(const uint64_t* entries, long count, unsigned long bit) {
-  if (count <= 0 || bit <= entries[0]) return 0;
-  if (bit > entries[count - 1]) return count;
-  const uint64_t* base = entries;  // the entry looked for is base[0] to base[count - 1]
-  while (count > 1) {
-    const long half = count / 2;
-    base += base[half - 1] < bit ? half : 0;
-    count -= half;
-  }
-  return base - entries;
+  return WordSearch<~uint64_t{0}, false>(entries, count, bit).firstNotBefore();
 }
 
 // The slot where `bit` stands or belongs; `entries` is the first live slot. Bit 0 of the pointer is set when the

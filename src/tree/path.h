@@ -3,21 +3,14 @@
 
 #include "bitmap.h"
 #include "tree/pageaccess.h"
+#include "tree/search.h"
 
 // Slot of the last live key whose masked value is not above `bit`, or -1 when there is none. Slots count from
 // firstOffset.
 template <uint64_t mask>
 inline int lastKeyNotAbove(const BmInternalKeyType& area, unsigned long bit) {
   const uint64_t* keys = area.keys + area.firstOffset;
-  int found = 0;  // keys known not to be above `bit`
-  int left = area.count;
-  while (left > 0) {
-    const int half = left / 2;
-    const bool notAbove = (keys[found + half] & mask) <= bit;
-    found = notAbove ? found + half + 1 : found;
-    left = notAbove ? left - half - 1 : half;
-  }
-  return found - 1;
+  return static_cast<int>(WordSearch<mask, true>(keys, area.count, bit).firstNotBefore()) - 1;
 }
 
 // The slot of a level-2 page whose child owns `bit`, counted from slot 0 of the page; the complement of firstOffset
