@@ -1,6 +1,7 @@
 #include "bulk/bulkset.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "bulk/sort.h"
 #include "tree/bitlist.h"
@@ -67,16 +68,19 @@ bool setInList(BulkSet* walk, RepBitListPageSType* page) {
   return true;
 }
 
-// Sets the bits from `cur` on that lie in the span at `base`. Returns the first one that does not.
+// Sets the bits from `cur` on that lie in the span at `base`, a word of them at a time. Returns the first that does
+// not.
 const uint64_t* setDenseBits(uint64_t* words, unsigned long base, const uint64_t* cur, const uint64_t* end,
                              int* newlySet) {
   int added = 0;
-  for (; cur != end; ++cur) {
-    const unsigned long rel = *cur - base;
-    if (rel >= BM_LEAF_BITS) break;
-    uint64_t& word = words[rel >> 6];
-    added += static_cast<int>(~word >> (rel & 63) & 1);
-    word |= uint64_t{1} << (rel & 63);
+  while (cur != end && *cur - base < BM_LEAF_BITS) {
+    const unsigned long wordBase = *cur & ~63UL;  // a span base is a multiple of 64
+    uint64_t bits = 0;
+    do bits |= uint64_t{1} << (*cur & 63);
+    while (++cur != end && *cur - wordBase < 64);
+    uint64_t& word = words[(wordBase - base) >> 6];
+    added += std::popcount(bits & ~word);
+    word |= bits;
   }
   *newlySet = added;
   return cur;

@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "bulk/widesort.h"
+
 namespace {
 
 constexpr long PARTITION_CUTOFF = 10;  // a part of fewer elements is not partitioned
@@ -102,9 +104,20 @@ void sortBetweenSentinels(Element* first, Element* last, KeyOf keyOf) {
   insertionPass(first, last, keyOf);
 }
 
+// Sorts the words first to last, with sentinels on both sides.
+void sortWords(uint64_t* first, uint64_t* last) {
+  if (canSortWide()) {
+    sortWide(first, last);
+  } else {
+    sortWordsPlain(first, last);
+  }
+}
+
 }  // namespace
 
-void BmQsort(unsigned long* first, unsigned long* end) { sortBetweenSentinels(first + 1, end - 2, byValue); }
+void sortWordsPlain(uint64_t* first, uint64_t* last) { sortBetweenSentinels(first, last, byValue); }
+
+void BmQsort(unsigned long* first, unsigned long* end) { sortWords(first + 1, end - 2); }
 
 void BmQsort(RepOtDeltaSType* first, RepOtDeltaSType* end) { sortBetweenSentinels(first + 1, end - 2, byKey); }
 
@@ -114,7 +127,7 @@ void BmQsortByPageId(RepOtDeltaSType* first, RepOtDeltaSType* end) {
 
 unsigned long* sortAndStrip(unsigned long* first, unsigned long* end) {
   *end = BM_HIGHEST_BIT;
-  sortBetweenSentinels(first + 1, end - 1, byValue);
+  sortWords(first + 1, end - 1);
   unsigned long* kept = first + 1;
   unsigned long* next = first + 2;
   for (; next != end && *next != *kept; ++next) kept = next;  // up to the first repeat nothing moves
@@ -131,7 +144,7 @@ unsigned long* BmSortArrayRemoveDups_(unsigned long* first, unsigned long* end) 
 unsigned long* BmSortRemoveDups_FromTaggedPageIds(unsigned long* first, unsigned long* end) {
   if (end - first < 2) return end;
   *end = BM_HIGHEST_BIT;
-  sortBetweenSentinels(first + 1, end - 1, byValue);
+  sortWords(first + 1, end - 1);
   unsigned long* kept = first + 1;
   *kept >>= 1;
   for (const unsigned long* next = first + 2; next != end; ++next) {
