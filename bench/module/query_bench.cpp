@@ -35,7 +35,7 @@ void extractDestructively(benchmark::State& state) {
   const Bits bits = evenBits(1000000, static_cast<unsigned long>(state.range(0)));
   Bits out(chunkBits);
   unsigned long seen = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     state.PauseTiming();
     BenchTree tree(host, static_cast<BmTreeKindEType>(state.range(1)));
     tree.set(bits);
@@ -53,7 +53,7 @@ void extractNonDestructively(benchmark::State& state) {
   tree.set(bits);
   Bits out(chunkBits);
   unsigned long seen = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     BmPathSType path{};
     while (const unsigned long got = BmFindSetBitsNonDestructive_(&host, chunkBits, tree.root(), &path, out.data())) {
       seen += got;
@@ -95,7 +95,7 @@ class NearlyFullTree {
 void countAllBits(benchmark::State& state) {
   BenchHost host;
   NearlyFullTree full(host);
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     const unsigned long count = BmFindNumBitsSet_(&host, full.tree.root());
     if (count != NearlyFullTree::size - full.holes) state.SkipWithError("wrong count");
   }
@@ -106,7 +106,7 @@ BENCHMARK(countAllBits)->Unit(benchmark::kMicrosecond);
 void findHighWaterMark(benchmark::State& state) {
   BenchHost host;
   NearlyFullTree full(host);
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     if (BmFindHighWaterMark_(&host, full.tree.root()) != NearlyFullTree::size - 1) state.SkipWithError("wrong bit");
   }
 }
@@ -116,7 +116,7 @@ void findClearBitsInNearlyFullTree(benchmark::State& state) {
   BenchHost host;
   NearlyFullTree full(host);
   Bits out(full.holes);
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     BmFindClearPathSType at{};
     at.limitBit = NearlyFullTree::size - 1;
     const unsigned long got = BmFindClearBits_(&host, out.size(), full.tree.root(), &at, out.data());
@@ -132,7 +132,7 @@ BENCHMARK(findClearBitsInNearlyFullTree)->Unit(benchmark::kMicrosecond);
 void clearInLists(benchmark::State& state) {
   const auto entries = static_cast<unsigned long>(state.range(0));
   const auto bits = static_cast<unsigned long>(state.range(1));
-  const unsigned long range = 8 * 2043;
+  const unsigned long range = 8UL * 2043;
   RepBitListContentsSType full{};
   full.count = static_cast<int32_t>(entries);
   for (unsigned long i = 0; i < entries; ++i) full.entries[i] = i * range / entries / 4 * 4;
@@ -140,7 +140,7 @@ void clearInLists(benchmark::State& state) {
   for (unsigned long i = 0; i < bits; ++i) array[i] = i * range / bits / 4 * 4;
   std::vector<RepBitListContentsSType> lists(64);
   int left = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     state.PauseTiming();
     std::fill(lists.begin(), lists.end(), full);
     state.ResumeTiming();
@@ -175,7 +175,7 @@ void clearFromTree(benchmark::State& state) {
   const Bits bits = evenBits(1000000, step);
   const Bits third = evenBits(333333, 3 * step);
   unsigned long cleared = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     state.PauseTiming();
     BenchTree tree(host, BM_HEAP_TREE);
     tree.set(bits);
