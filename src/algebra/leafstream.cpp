@@ -110,7 +110,7 @@ int getNextLeaf(PageCacheSType* pc, BmLeavesSType* leaves, BmLeafStateSType* lea
   leaf->located = 0;
   leaf->atEnd = 0;
   leaf->pageRef = ref.pageRef;
-  leaf->treeKind = leaves->root->treeKind;
+  leaf->treeKind = static_cast<BmTreeKindEType>(leaves->root->treeKind);
   leaf->treeLevel = leaves->root->level;
   leaf->firstBit = keyBit(ref.key);
   if (ref.pageRef == 0) {

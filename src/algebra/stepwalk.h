@@ -11,7 +11,7 @@
 // is known but their ranges, so entries outside the other leaf must be allowed for. Page ids are never compared.
 #pragma once
 
-#include "algebra/leafstream.h"
+#include "algebra/leafpair.h"
 
 // One tree of the walk: its stream, the cursor on the leaf in hand, and the page held for that cursor.
 struct WalkedTree {
@@ -61,6 +61,8 @@ void walkInStep(WalkedTree& a, WalkedTree& b, CacheLeafArgType cacheB, Treatment
     }
     locateLeaf(pc, &a.leaf, BM_LEAF_CACHE);
     locateLeaf(pc, &b.leaf, cacheB);
-    if (!a.leaf.atEnd && !b.leaf.atEnd) treatment.takePair(&a.leaf, &b.leaf);
+    clipDenseRange(&a.leaf);
+    clipDenseRange(&b.leaf);
+    if (!a.leaf.atEnd && !b.leaf.atEnd && leavesMeet(a.leaf, b.leaf)) treatment.takePair(&a.leaf, &b.leaf);
   }
 }

@@ -4,8 +4,8 @@
 #include "bitmap.h"
 
 // Removes from `list` the bits *cursor[0] to end[-1], ascending, that are not above `lastBit`; the others are not for
-// this list. *cursor moves forward. Returns 1 if the list changed, or was empty on entry; 0 if nothing was removed,
-// and nothing written. firstOffset stays; bytesUsed is the caller's to set.
+// this list, which has no entry above it. *cursor moves forward. Returns 1 if the list changed, or was empty on
+// entry; 0 if nothing was removed, and nothing written. firstOffset stays; bytesUsed is the caller's to set.
 int ClearBitsInBlcFromSortedArray(RepBitListContentsSType* list, unsigned long lastBit, const unsigned long** cursor,
                                   const unsigned long* end);
 

@@ -140,7 +140,8 @@ unsigned long BmFindNumBitsSetMax_(PageCacheSType* pc, const RepTreeRootSType* r
 unsigned long BmFindApproxNumBitsSet_(PageCacheSType* pc, const RepTreeRootSType* root) {
   if (root->level == 0) return countInLevel0(pc, *root);
   BmLeavesSType leaves(root);
-  return static_cast<unsigned long>(getLeaves(pc, &leaves) * BM_LEAF_BITS);
+  const int estimate = getLeaves(pc, &leaves) * BM_LEAF_BITS;
+  return static_cast<unsigned long>(estimate);
 }
 
 unsigned long BmFindApproxNumBitsSet_(PageCacheSType* pc, const DiskTreeRootSType* root) {

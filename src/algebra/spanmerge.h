@@ -1,0 +1,14 @@
+// Handing the bits of one span to a tree.
+#pragma once
+
+#include "bitmap.h"
+
+// Sets the `bits` bits of `words`, the words of the span at `base`, in the dense leaf of that span, which is made if
+// need be. Returns how many were clear before. When the leaf cannot be had, or an inline list has no room for all of
+// the bits, nothing is set. The words must stay in place; they may be those of a pinned page.
+unsigned long mergeSpan(PageCacheSType* pc, RepTreeRootSType* destination, unsigned long base, const uint64_t* words,
+                        int bits);
+
+// The same in the form that the bits call for: a dense leaf only for more of them than a list can hold.
+unsigned long addSpan(PageCacheSType* pc, RepTreeRootSType* destination, unsigned long base, const uint64_t* words,
+                      int bits);
