@@ -395,3 +395,34 @@ using BmVerifyReportFn = void (*)(void* context, unsigned long pageRef, int leve
 // `context`. Returns the number of faults. Never reads outside a page and never follows a reference of 0; in a
 // heap tree the other references must be readable pages.
 unsigned long BmVerifyTree(PageCacheSType* pc, const RepTreeRootSType* root, BmVerifyReportFn report, void* context);
+
+// What a check of a file or record found first.
+enum BmCheckFaultEType : int32_t {
+  BM_CHECK_SOUND = 0,
+  BM_CHECK_UNREADABLE = 1,  // the file is missing, cannot be opened, or ends or fails before its size
+  BM_CHECK_HEADER = 2,      // a field of the header or head has no legal value
+  BM_CHECK_SIZE = 3,        // header and length do not go together
+  BM_CHECK_ORDER = 4,       // an item of a file is not above the one before it
+  BM_CHECK_RANGE = 5,       // an item is 2^40 or above
+  BM_CHECK_TAG = 6,         // an item of a record has an illegal tag
+  BM_CHECK_CUT_OFF = 7,     // an item of a record goes on behind the record's end
+  BM_CHECK_COUNT = 8,       // the head of a record does not say how many bits follow
+  BM_CHECK_ALIGNMENT = 9,   // a record's address, or the first bit of its dense image, is no legal multiple
+};
+
+struct BmCheckResultSType {
+  BmCheckFaultEType fault;
+  int32_t sysError;      // the system's error code with BM_CHECK_UNREADABLE where there is one, otherwise 0
+  uint64_t byteOffset;   // where the fault begins, from the start of file or record; sound: bytes looked at
+  uint64_t itemIndex;    // items looked at before the fault (dense image: index of the word); sound: all items
+  const char* sentence;  // what is wrong; a literal
+};
+
+// Reads a bitmap file to its end and says in *result what is wrong with it first. Needs no more than 32 KiB of stack,
+// whatever the file's size. Returns 1 if the file is sound: BmReadFromFile then sets exactly its items. Else 0.
+int BmCheckFile(const char* fileName, BmCheckResultSType* result);
+
+// The same for a compressed record in a buffer of `bytes` bytes, which is not read behind them. Returns 1 if the
+// record is sound: BmSetBitsFromLogRec then stays within the buffer and sets exactly its items, which need not
+// ascend.
+int BmCheckLogRec(const void* record, unsigned long bytes, BmCheckResultSType* result);
