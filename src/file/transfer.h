@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "bitmap.h"
+#include "utl.h"
 
 constexpr uint32_t BM_FILE_MARK = 0x03020100;           // first word of a file, in its writer's byte order
 constexpr unsigned long BM_FILE_HEAD_BYTES = 16;        // mark, item size, item count
