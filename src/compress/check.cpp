@@ -85,6 +85,7 @@ int BmCheckLogRec(const void* record, unsigned long bytes, BmCheckResultSType* r
   if (rec->recSize != size) {
     return found(result, BM_CHECK_SIZE, REC_SIZE_OFFSET, 0, "the record's size does not fit its body");
   }
-  if (bytes < size) return found(result, BM_CHECK_SIZE, bytes, 0, "the record ends before its body does");
+  const unsigned long end = dense ? size : LOG_COMPR_HEAD_BYTES + static_cast<unsigned long>(rec->bodyWords) * 2;
+  if (bytes < end) return found(result, BM_CHECK_SIZE, bytes, 0, "the record ends before its body does");
   return dense ? checkDense(rec, result) : checkItems(rec, result);
 }

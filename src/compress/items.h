@@ -53,9 +53,9 @@ inline uint64_t itemValue(const uint16_t* words, uint64_t last) {
 // the end of the body cuts it off.
 bool unpackItem(LogComprResourceUnpackerType* from, uint64_t* value);
 
-// recSize of a record whose body has `words` words.
-constexpr uint16_t recordBytes(long words) {
-  return static_cast<uint16_t>((words * 2 + 7) / 8 * 8 + LOG_COMPR_HEAD_BYTES);
+// Bytes of a record whose body has `words` words. The largest word counts give more than recSize can say.
+constexpr unsigned long recordBytes(long words) {
+  return (static_cast<unsigned long>(words) * 2 + 7) / 8 * 8 + LOG_COMPR_HEAD_BYTES;
 }
 
 // Brings the head up to date: the body ends at the cursor and holds `taken` more bits.

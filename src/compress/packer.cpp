@@ -39,7 +39,7 @@ void updateRecordHead(LogComprResourcePackerType* packer, unsigned taken) {
   const long words = packer->cursor - head->body();
   head->bodyWords = static_cast<int16_t>(words);
   head->numBits += static_cast<int32_t>(taken);
-  head->recSize = recordBytes(words);
+  head->recSize = static_cast<uint16_t>(recordBytes(words));
 }
 
 LogComprResourceUnpackerType::LogComprResourceUnpackerType(const LogComprResourceIdRecHdrType* record)

@@ -48,7 +48,7 @@ TEST_F(PackerTest, OnlyTheFieldsOfTheModuleAreWritten) {
   packer.addBits(&bit, 1);
   for (size_t i = 0; i < 40; ++i) {
     const bool ours = (i >= 12 && i < 14) || (i >= 16 && i < 20) || (i >= 22 && i < 24);
-    if (!ours) EXPECT_EQ(record.raw()[i], 0xA5) << "byte " << i;
+    EXPECT_TRUE(ours || record.raw()[i] == 0xA5) << "byte " << i;
   }
 }
 
@@ -61,9 +61,7 @@ TEST_F(PackerTest, TheWidthOfAnItemFollowsItsDelta) {
   EXPECT_EQ(packed({1UL << 30}), (Words{0x0000, 0x4000, 0x0000}));
 }
 
-TEST_F(PackerTest, TheHighestBitIsAbsolute) {
-  EXPECT_EQ(packed({0xFFFFFFFFFF}), (Words{0x03FC, 0xFFFF, 0xFFFF}));
-}
+TEST_F(PackerTest, TheHighestBitIsAbsolute) { EXPECT_EQ(packed({0xFFFFFFFFFF}), (Words{0x03FC, 0xFFFF, 0xFFFF})); }
 
 TEST_F(PackerTest, AStepDownwardIsAbsolute) { EXPECT_EQ(packed({100, 99}), (Words{0x0191, 0, 0, 99})); }
 
