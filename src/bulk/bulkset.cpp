@@ -9,6 +9,7 @@
 #include "tree/pageaccess.h"
 #include "tree/path.h"
 #include "tree/splitlist.h"
+#include "tree/treeroots.h"
 
 namespace {
 
@@ -22,11 +23,18 @@ struct BulkSet {
   BmPathSType path{};
 };
 
-// An inline list is reached bit by bit.
+// An inline list is reached bit by bit. One that is full takes no more, since nothing but the record that holds it
+// would be there to write to.
 BulkSetResult setInInlineList(const BulkSet& walk) {
-  if (walk.root->root == 0) return {0, BulkSetEnd::noLeaf};
+  const RepBitListContentsSType* list = inlineListContents(*walk.root);
+  if (list == nullptr) return {0, BulkSetEnd::noLeaf};
   unsigned long newlySet = 0;
-  for (const uint64_t* bit = walk.cur; bit != walk.end; ++bit) newlySet += BmSetBit(walk.pc, walk.root, *bit) == 0;
+  for (const uint64_t* bit = walk.cur; bit != walk.end; ++bit) {
+    if (*bit >= BM_END_BIT) return {newlySet, BulkSetEnd::noLeaf};
+    const bool full = list->count >= BM_BIT_LIST_CAPACITY;
+    if (full && !UTL_GUARANTEE(BmTestBit(walk.pc, walk.root, *bit) == 1)) return {newlySet, BulkSetEnd::noLeaf};
+    newlySet += BmSetBit(walk.pc, walk.root, *bit) == 0;
+  }
   return {newlySet, BulkSetEnd::complete};
 }
 

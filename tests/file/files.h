@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -25,7 +27,8 @@ inline void appendNumber(FileBytes& bytes, uint64_t value, size_t width, bool sw
   for (size_t i = 0; i < width; ++i) bytes.push_back(raw[swapped ? width - 1 - i : i]);
 }
 
-inline FileBytes headerBytes(uint64_t itemSize, uint64_t itemCount, bool swapped = false, uint64_t mark = 0x03020100) {
+inline FileBytes headerBytes(uint64_t itemSize, uint64_t itemCount, bool swapped = false,
+                             uint64_t mark = 0x03020100) {
   FileBytes bytes;
   appendNumber(bytes, mark, 4, swapped);
   appendNumber(bytes, itemSize, 4, swapped);
@@ -48,7 +51,8 @@ inline std::vector<uint64_t> ascendingBits(uint64_t first, uint64_t count, uint6
 inline void putFile(const std::string& name, const FileBytes& bytes) {
   std::FILE* file = std::fopen(name.c_str(), "wb");
   ASSERT_NE(file, nullptr) << name;
-  EXPECT_EQ(std::fwrite(bytes.data(), 1, bytes.size(), file), bytes.size());
+  const size_t written = bytes.empty() ? 0 : std::fwrite(bytes.data(), 1, bytes.size(), file);
+  EXPECT_EQ(written, bytes.size());
   std::fclose(file);
 }
 
