@@ -179,7 +179,7 @@ TEST_P(ReadTest, ACountThatWrapsTheSizeFailsAtTheFirstRead) {
   }
 }
 
-TEST_P(ReadTest, UnsortedAndRepeatingFilesLeaveASoundTree) {
+TEST_P(ReadTest, UnsortedAndRepeatingFilesSetNothingButTheirItems) {
   const std::vector<std::vector<uint64_t>> files{
       {3, 2, 1}, {5, 5, 5, 5}, {1, 2, 2, 3, 3}, {SPAN * 3, 1, SPAN * 2, 1, 2, 3}, {9, BM_HIGHEST_BIT, 8, 7, 100, 6}};
   for (const auto& items : files) {
