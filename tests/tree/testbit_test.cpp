@@ -364,6 +364,14 @@ TEST_F(TestInlineBitTest, AnotherNegativeKindIsReportedAndHoldsNothing) {
   host.expectReports({"guarantee reposdisk:1196"});
 }
 
+TEST_F(TestInlineBitTest, AnEmptyRootOfAnotherNegativeKindIsNotReported) {
+  RepTreeRootSType root(0, BM_INLINE_LIST_TREE);
+  root.treeKind = -3;
+  EXPECT_EQ(BmTestBit(&host, &root, 5), 0);
+  EXPECT_EQ(bmTestOop(&host, &root, 5 << 8 | 1), 0);
+  host.expectReports({});
+}
+
 TEST_F(TestInlineBitTest, AnyNegativeDiskKindIsTheInlineList) {
   InlineTree tree({5});
   tree.diskRoot()->treeKind = -7;
