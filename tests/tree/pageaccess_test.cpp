@@ -270,6 +270,12 @@ TEST_F(DisposePageTest, TheLowestIdIsFour) {
   host.expectReports({});
 }
 
+TEST_F(DisposePageTest, ACarefulIdThatNamesNoPageIsReportedAndReleasesNothing) {
+  EXPECT_EQ(BmDisposePage(&host, 0, BM_CAREFUL_TREE), 0);
+  host.expectReports({"guarantee bitmap:1931"});
+  EXPECT_EQ(host.takeEvents({EventKind::dispose, EventKind::heapAlloc}), Lines{});
+}
+
 // ---------------------------------------------------------------------------------------------------------
 // Careful pages
 
