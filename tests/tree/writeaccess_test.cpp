@@ -85,6 +85,12 @@ TEST_P(WriteAccessTest, OlderPagesAreShadowedInCarefulTreesOnly) {
   }
 }
 
+TEST_P(WriteAccessTest, ALeafReferenceOfZeroGivesNoPage) {
+  RepTreeRootSType& tree = newTree();
+  BmPathSType path{};
+  EXPECT_EQ(locateForWrite(&host, &tree, 0, &path), nullptr);
+}
+
 using HeapWriteAccessTest = TreeFixture;
 
 TEST_F(HeapWriteAccessTest, AnInternalPageOfAnotherKindIsReportedAndReturned) {
