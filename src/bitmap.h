@@ -66,8 +66,13 @@ struct BmPathSType {
   uint64_t bit;       // the bit searched for
   BmPathLevelSType levels[3];  // 0 is the leaf
 };
+static_assert(sizeof(BmPathLevelSType) == 40 && offsetof(BmPathLevelSType, pageId) == 0);
+static_assert(offsetof(BmPathLevelSType, numEntries) == 8 && offsetof(BmPathLevelSType, firstBit) == 16);
+static_assert(offsetof(BmPathLevelSType, limitBit) == 24 && offsetof(BmPathLevelSType, index) == 32);
+static_assert(sizeof(BmPathSType) == 136 && offsetof(BmPathSType, valid) == 0 && offsetof(BmPathSType, atEnd) == 1);
+static_assert(offsetof(BmPathSType, exact) == 2 && offsetof(BmPathSType, allowNext) == 3);
 static_assert(offsetof(BmPathSType, depth) == 4 && offsetof(BmPathSType, bit) == 8);
-static_assert(offsetof(BmPathSType, levels) == 16 && sizeof(BmPathLevelSType) == 40);
+static_assert(offsetof(BmPathSType, levels) == 16);
 
 // ---------------------------------------------------------------------------------------------------------
 // Single bits

@@ -81,6 +81,7 @@ struct RepBitListContentsSType {
   const uint64_t* begin() const { return entries + firstOffset; }
   const uint64_t* end() const { return begin() + count; }
 };
+static_assert(sizeof(RepBitListContentsSType) == 16352 && offsetof(RepBitListContentsSType, count) == 0);
 static_assert(offsetof(RepBitListContentsSType, firstOffset) == 4 && offsetof(RepBitListContentsSType, entries) == 8);
 
 // A list leaf: owns every bit from its key up to the next key of the tree.
@@ -115,7 +116,8 @@ struct BmInternalKeyType {
   uint64_t reserved40;
   uint64_t keys[BM_INT_CAPACITY];
 };
-static_assert(sizeof(BmInternalKeyType) == 8184 && offsetof(BmInternalKeyType, count) == 2);
+static_assert(sizeof(BmInternalKeyType) == 8184 && offsetof(BmInternalKeyType, firstOffset) == 0);
+static_assert(offsetof(BmInternalKeyType, count) == 2);
 static_assert(offsetof(BmInternalKeyType, level) == 4 && offsetof(BmInternalKeyType, reserved38) == 6);
 static_assert(offsetof(BmInternalKeyType, reserved40) == 8 && offsetof(BmInternalKeyType, keys) == 16);
 
@@ -181,6 +183,7 @@ struct RepTreeRootSType {
 static_assert(sizeof(RepTreeRootSType) == 16 && std::is_trivially_copyable_v<RepTreeRootSType>);
 static_assert(offsetof(RepTreeRootSType, allocTag) == 8 && offsetof(RepTreeRootSType, treeKind) == 12);
 static_assert(offsetof(RepTreeRootSType, level) == 13 && offsetof(RepTreeRootSType, denseLeaves) == 14);
+static_assert(offsetof(RepTreeRootSType, root) == 0 && offsetof(RepTreeRootSType, reserved) == 15);
 
 // A tree in an on-disk record. The 40-bit page id is split around the two small fields. With a negative kind
 // pageIdLow is the byte offset of a list's contents from this root's own address.
@@ -200,6 +203,7 @@ struct DiskTreeRootSType {
         pageIdHigh(static_cast<uint8_t>(pageId >> 32)) {}
 };
 static_assert(sizeof(DiskTreeRootSType) == 8 && std::is_trivially_copyable_v<DiskTreeRootSType>);
+static_assert(offsetof(DiskTreeRootSType, pageIdLow) == 0);
 static_assert(offsetof(DiskTreeRootSType, level) == 4 && offsetof(DiskTreeRootSType, treeKind) == 5);
 static_assert(offsetof(DiskTreeRootSType, pageIdHigh) == 6 && offsetof(DiskTreeRootSType, reserved) == 7);
 

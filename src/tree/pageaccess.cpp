@@ -34,7 +34,9 @@ RepPageHdrSType* enterCarefulPage(PageCacheSType* pc, RepPageHdrSType* page, con
 }
 
 int disposeCarefulPage(PageCacheSType* pc, unsigned long pageId) {
-  const uint64_t stamp = carefulStampOf(*CachedAccess{pc}.leaf(pageId));
+  const RepPageHdrSType* page = CachedAccess{pc}.leaf(pageId);
+  if (page == nullptr) return 0;  // an id that names no page, reported by the caller
+  const uint64_t stamp = carefulStampOf(*page);
   const bool madeUnderThisStamp = static_cast<int64_t>(stamp) >= static_cast<int64_t>(*pc->carefulStamp);
   if (madeUnderThisStamp) {
     RepDisposeTempPage_(pc, pageId);

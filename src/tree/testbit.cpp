@@ -65,6 +65,7 @@ INLINED bool treeHolds(const Access& pages, PageCacheSType* pc, const RepTreeRoo
 
 [[gnu::noinline]] bool cachedRootHolds(PageCacheSType* pc, const RepTreeRootSType& root, unsigned long bit) {
   if (root.treeKind > 0 || root.level > 0) return treeHolds(CachedAccess{pc}, pc, root, bit);
+  if (root.root == 0) return false;  // before the kind is looked at: an empty root is no fault, whatever its kind
   const RepBitListContentsSType* list = inlineListContents(root);
   return list != nullptr && listHolds(*list, bit);
 }

@@ -106,6 +106,6 @@ RepPageHdrSType* locateForWrite(PageCacheSType* pc, RepTreeRootSType* root, int 
   const TreeAccess pages(pc, *root);
   const unsigned long ref = path->levels[level].pageId;
   RepPageHdrSType* page = level == 0 ? pages.leaf(ref) : &pages.checkedInternal(ref)->hdr;
-  if (root->treeKind != BM_CAREFUL_TREE || isCurrent(pc, *page)) return page;
+  if (page == nullptr || root->treeKind != BM_CAREFUL_TREE || isCurrent(pc, *page)) return page;
   return shadowForWrite(pc, root, level, path, page);
 }

@@ -13,5 +13,5 @@
 RepPageHdrSType* shadowCarefulBmPage(PageCacheSType* pc, RepPageHdrSType* page, RepTreeRootSType* root);
 
 // The page at path->levels[level], writable; `path`, the pages above and `root` name it. Null when no page is to be
-// had for a copy: then path, tree and both id sets are as they were.
+// had for a copy, or when a leaf reference of 0 names none: then path, tree and both id sets are as they were.
 RepPageHdrSType* locateForWrite(PageCacheSType* pc, RepTreeRootSType* root, int level, BmPathSType* path);
