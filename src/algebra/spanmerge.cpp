@@ -10,11 +10,13 @@
 
 namespace {
 
-// `bits` is at most a list's capacity.
+constexpr int MOST_ENTRIES = BM_BIT_LIST_CAPACITY + 1;  // so many bits of one span do not fit in a list
+
+// Sets the lowest bits of the span as entries, MOST_ENTRIES of them at most.
 unsigned long addAsEntries(PageCacheSType* pc, RepTreeRootSType* destination, unsigned long base,
                            const uint64_t* words) {
-  uint64_t entries[BM_BIT_LIST_CAPACITY];
-  const DenseStretch found = collectSetBits(words, 0, base, BM_BIT_LIST_CAPACITY, entries);
+  uint64_t entries[MOST_ENTRIES];
+  const DenseStretch found = collectSetBits(words, 0, base, MOST_ENTRIES, entries);
   return BmSetBitsFromSortedArray_(pc, destination, entries, entries + found.count);
 }
 
@@ -46,6 +48,7 @@ unsigned long mergeSpan(PageCacheSType* pc, RepTreeRootSType* destination, unsig
 
 unsigned long addSpan(PageCacheSType* pc, RepTreeRootSType* destination, unsigned long base, const uint64_t* words,
                       int bits) {
-  if (bits > BM_BIT_LIST_CAPACITY) return mergeSpan(pc, destination, base, words, bits);
-  return addAsEntries(pc, destination, base, words);
+  // the entries take the tree through the shapes that it has for arrays; the leaf that they leave behind is dense
+  const unsigned long newlySet = addAsEntries(pc, destination, base, words);
+  return bits <= MOST_ENTRIES ? newlySet : newlySet + mergeSpan(pc, destination, base, words, bits);
 }

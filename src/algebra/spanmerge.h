@@ -9,6 +9,7 @@
 unsigned long mergeSpan(PageCacheSType* pc, RepTreeRootSType* destination, unsigned long base, const uint64_t* words,
                         int bits);
 
-// The same in the form that the bits call for: a dense leaf only for more of them than a list can hold.
+// The same, leaving the tree in the shape that the bits as ascending arrays would: a list as long as they fit in one,
+// and other entries of that list where a split would leave them.
 unsigned long addSpan(PageCacheSType* pc, RepTreeRootSType* destination, unsigned long base, const uint64_t* words,
                       int bits);
