@@ -48,6 +48,7 @@ unsigned long mergeSpan(PageCacheSType* pc, RepTreeRootSType* destination, unsig
 
 unsigned long addSpan(PageCacheSType* pc, RepTreeRootSType* destination, unsigned long base, const uint64_t* words,
                       int bits) {
+  if (destination->treeKind < 0) return mergeIntoInlineList(pc, destination, base, words, bits);
   // the entries take the tree through the shapes that it has for arrays; the leaf that they leave behind is dense
   const unsigned long newlySet = addAsEntries(pc, destination, base, words);
   return bits <= MOST_ENTRIES ? newlySet : newlySet + mergeSpan(pc, destination, base, words, bits);
