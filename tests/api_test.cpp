@@ -36,6 +36,8 @@ const std::vector<Exported>& exportedOperations() {
       address<void(RepPageHdrSType*)>("BmPageCopyCheckBytesUsed", BmPageCopyCheckBytesUsed),
       address<int(PageCacheSType*, const RepTreeRootSType*, unsigned long)>("BmTestBit", BmTestBit),
       address<int(PageCacheSType*, const DiskTreeRootSType*, unsigned long)>("BmTestBit", BmTestBit),
+      address<void(PageCacheSType*, const RepTreeRootSType*, const unsigned long*, unsigned long, uint64_t*)>(
+          "BmTestBits", BmTestBits),
       address<int(PageCacheSType*, const RepTreeRootSType*, unsigned long)>("bmTestOop", bmTestOop),
       address<int(PageCacheSType*, RepTreeRootSType*, unsigned long)>("BmSetBit", BmSetBit),
       address<unsigned long(PageCacheSType*, RepTreeRootSType*, unsigned long, unsigned long)>("BmSetBitRange_",
