@@ -7,7 +7,7 @@
 #include "tree/search.h"
 
 // Index of the first of `count` ascending entries that is not below `bit`; `count` if there is none.
-inline long firstNotBelow(const uint64_t* entries, long count, unsigned long bit) {
+[[gnu::always_inline]] inline long firstNotBelow(const uint64_t* entries, long count, unsigned long bit) {
   return WordSearch<~uint64_t{0}, false>(entries, count, bit).firstNotBefore();
 }
 

@@ -8,21 +8,21 @@
 // Slot of the last live key whose masked value is not above `bit`, or -1 when there is none. Slots count from
 // firstOffset.
 template <uint64_t mask>
-inline int lastKeyNotAbove(const BmInternalKeyType& area, unsigned long bit) {
+[[gnu::always_inline]] inline int lastKeyNotAbove(const BmInternalKeyType& area, unsigned long bit) {
   const uint64_t* keys = area.keys + area.firstOffset;
   return static_cast<int>(WordSearch<mask, true>(keys, area.count, bit).firstNotBefore()) - 1;
 }
 
 // The slot of a level-2 page whose child owns `bit`, counted from slot 0 of the page; the complement of firstOffset
 // when `bit` lies below all keys. Level-2 keys have no tag and are compared whole.
-inline int searchLevel2(const BmInternalKeyType& area, unsigned long bit) {
+[[gnu::always_inline]] inline int searchLevel2(const BmInternalKeyType& area, unsigned long bit) {
   const int found = lastKeyNotAbove<~uint64_t{0}>(area, bit);
   return found < 0 ? ~int{area.firstOffset} : area.firstOffset + found;
 }
 
 // The same in a level-1 page, tags masked off; -2 - slot when `bit` lies past the dense leaf of that slot, in no
 // leaf, and -1 in a page without slots.
-inline int searchLevel1(const BmInternalKeyType& area, unsigned long bit) {
+[[gnu::always_inline]] inline int searchLevel1(const BmInternalKeyType& area, unsigned long bit) {
   if (area.count == 0) return -1;
   const int found = lastKeyNotAbove<~BM_DENSE_TAG>(area, bit);
   if (found < 0) return ~int{area.firstOffset};

@@ -1,4 +1,5 @@
-// The search of ascending words: list entries and the keys of internal pages.
+// The search of ascending words: list entries and the keys of internal pages. Inlined whole, so that a descent makes
+// no call, whatever the compiler thinks of its size.
 #pragma once
 
 #include <algorithm>
@@ -16,22 +17,29 @@ class WordSearch {
 
   // Index of the first word that does not come before the bound; `count` if there is none. Stays inside the array
   // whatever its order.
-  long firstNotBefore() const {
+  [[gnu::always_inline]] long firstNotBefore() const {
     if (count_ <= 0 || !before(0)) return 0;
     if (before(count_ - 1)) return count_;
-    return count_ < INTERPOLATED_WORDS ? bisect(0, count_ - 1) : interpolate();
+    Bracket place{0, count_ - 1};
+    if (count_ >= INTERPOLATED_WORDS) place = interpolate();
+    return bisect(place);
   }
 
  private:
-  bool before(long index) const {
+  // The index looked for is above `low` and not above `high`.
+  struct Bracket {
+    long low, high;
+  };
+
+  [[gnu::always_inline]] bool before(long index) const {
     const uint64_t word = words_[index] & mask;
     return inclusive ? word <= bound_ : word < bound_;
   }
 
-  // The index looked for, which is above `low` and not above `high`. Halves without a branch on what is compared.
-  long bisect(long low, long high) const {
-    const uint64_t* base = words_ + low + 1;
-    for (long count = high - low; count > 1;) {
+  // Halves without a branch on what is compared.
+  [[gnu::always_inline]] long bisect(Bracket place) const {
+    const uint64_t* base = words_ + place.low + 1;
+    for (long count = place.high - place.low; count > 1;) {
       const long half = count / 2;
       const uint64_t word = base[half - 1] & mask;
       base += (inclusive ? word <= bound_ : word < bound_) ? half : 0;
@@ -42,7 +50,7 @@ class WordSearch {
 
   // Words tend to be spread evenly, so the place is guessed first, and the guess is bracketed by steps that double.
   // That reads two or three cache lines of a long array where halving reads eight.
-  long interpolate() const {
+  [[gnu::always_inline]] Bracket interpolate() const {
     const uint64_t first = words_[0] & mask;
     const double range = static_cast<double>((words_[count_ - 1] & mask) - first);
     const double share = std::min(static_cast<double>(bound_ - first) / range, 1.0);
@@ -59,7 +67,7 @@ class WordSearch {
         low = std::max(low - step, 0L);
       }
     }
-    return bisect(low, high);
+    return {low, high};
   }
 
   const uint64_t* words_;
