@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <numeric>
 
+#include "bulk/sort.h"
 #include "support/treemodel.h"
 
 namespace {
@@ -53,6 +54,13 @@ void expectSorted(const std::vector<unsigned long>& data) {
   std::sort(expected.begin(), expected.end());
   EXPECT_EQ(array.data(), expected);
   EXPECT_TRUE(array.guardsStand());
+
+  // the sort without wide vectors, which is what most processors run
+  SortArray plain(data);
+  *plain.end() = topBit;
+  sortWordsPlain(plain.first() + 1, plain.end() - 1);
+  EXPECT_EQ(plain.data(), expected);
+  EXPECT_TRUE(plain.guardsStand());
 }
 
 TEST(SortTest, WithoutDataNothingIsWritten) {
