@@ -168,9 +168,11 @@ void disposeEmptyDenseLeaf(PageCacheSType* pc, RepTreeRootSType* root, unsigned 
 }
 
 void takeBackBits(PageCacheSType* pc, RepTreeRootSType* root, const uint64_t* first, const uint64_t* end) {
-  for (const uint64_t* bit = first; bit != end; ++bit) {
-    // a bit that was not reached lies in no leaf, or in one that need not be writable
-    if (BmTestBit(pc, root, *bit) != 0) BmClearBit(pc, root, *bit);
-    disposeEmptyDenseLeaf(pc, root, *bit);
+  // From the last bit down: a list that owned the bits before owns them again once the lowest of the leaves made for
+  // them has gone, and still holds those that were not reached. Those lie in no leaf until then.
+  while (end != first) {
+    const unsigned long bit = *--end;
+    if (BmTestBit(pc, root, bit) != 0) BmClearBit(pc, root, bit);
+    disposeEmptyDenseLeaf(pc, root, bit);
   }
 }

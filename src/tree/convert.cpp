@@ -18,7 +18,9 @@ bool makeRootLeafWritable(PageCacheSType* pc, RepTreeRootSType* root) {
   const TreeAccess pages(pc, *root);
   RepPageHdrSType* page = root->root == 0 ? basicNewBitListPage(pc, root) : pages.list(root->root);
   if (page == nullptr) return false;
-  if (page->pageKind != REP_BIT_LIST_PAGE) ReportLeafFault(pc, root->root, page, root->treeKind, __LINE__);
+  if (!pages.cached() && page->pageKind != REP_BIT_LIST_PAGE) {  // a page cache reports it as it locates the page
+    ReportLeafFault(pc, root->root, page, root->treeKind, __LINE__);
+  }
   if (root->treeKind == BM_CAREFUL_TREE) page = shadowCarefulBmPage(pc, page, root);
   if (page == nullptr) return false;
   root->root = pages.refOf(page);
