@@ -1,8 +1,10 @@
 #include "algebra/densewords.h"
 
+#include "wide/processor.h"
+
 // Each loop is compiled twice, for the plain machine and for wide vectors, and chosen anew for every span: one test
 // against 2043 words. (Functions resolved at load time would run before a sanitizer is ready for them.)
-#if defined(__x86_64__)
+#if BM_WIDE_VECTORS
 #define WIDE_VECTORS [[gnu::target("avx2")]]
 #else
 #define WIDE_VECTORS
@@ -11,8 +13,8 @@
 namespace {
 
 inline bool hasWideVectors() {
-#if defined(__x86_64__)
-  return __builtin_cpu_supports("avx2") != 0;
+#if BM_WIDE_VECTORS
+  return processorHasAvx2();
 #else
   return false;
 #endif
