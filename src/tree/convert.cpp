@@ -90,7 +90,7 @@ void undoConversion(PageCacheSType* pc, RepTreeRootSType* root, unsigned long ba
   RepPageHdrSType* page = locateForWrite(pc, root, 0, &path);
   page->pageKind = REP_BIT_LIST_PAGE;
   page->bytesUsed = saved.hdr.bytesUsed;
-  asListPage(page)->contents = saved.contents;
+  std::memcpy(&asListPage(page)->contents, &saved.contents, static_cast<size_t>(significantBodyBytes(saved.hdr)));
   TreeAccess(pc, *root).markDirty(page);
   rekeyLeaf(pc, root, &path, oldKey, 0);
 }

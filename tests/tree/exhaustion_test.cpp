@@ -220,6 +220,7 @@ TEST_P(ExhaustionTest, ALeafBehind) {
 }
 
 TEST_P(ExhaustionTest, EntriesThatMoveToTheLeftNeighbour) {
+  mayReport = true;
   exhaustSet(
       [&] {
         return build(Leaves{listLeaf(span(1), {span(1)}), listLeaf(span(5), fullOf(5, 900, 6))});
@@ -265,7 +266,7 @@ TEST_P(ExhaustionTest, GrowthToLevel2ForALeafInFront) {
     leaves.push_back(listLeaf(span(1020), steps(span(1030), 2043)));
     return build(leaves);
   };
-  exhaustSet(make, span(1025), {3, 4});
+  exhaustSet(make, span(1025), {3, 5});
 }
 
 TEST_P(ExhaustionTest, GrowthToLevel2ForASibling) {
@@ -306,16 +307,17 @@ TEST_P(ExhaustionTest, ABulkSetStoresTheBeginningOfItsArray) {
     const unsigned long result = BmSetBitsFromSortedArray_(&host, &tree, bits.data(), bits.data() + bits.size());
     bool reached = true;
     for (const uint64_t bit : bits) {
+      if (model->count(bit) == 1) continue;
       const bool is = BmTestBit(&host, &tree, bit) == 1;
-      EXPECT_TRUE(!is || reached || model->count(bit) == 1) << bit;
+      EXPECT_TRUE(!is || reached) << bit;
       reached = is;
       if (is) model->insert(bit);
     }
     EXPECT_TRUE(result == model->size() - before || result == 1) << result;
   };
-  exhaust([&] { return RepTreeRootSType(0, GetParam().kind); }, {7, 7}, setAll);
+  exhaust([&] { return RepTreeRootSType(0, GetParam().kind); }, {5, 5}, setAll);
   EXPECT_EQ(lastModel.size(), bits.size());
-  exhaust([&] { return build(Leaves{listLeaf(0, {1}), denseLeaf(span(9), {span(9)})}); }, {4, 8}, setAll);
+  exhaust([&] { return build(Leaves{listLeaf(0, {1}), denseLeaf(span(9), {span(9)})}); }, {3, 6}, setAll);
 }
 
 }  // namespace
