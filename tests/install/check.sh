@@ -30,7 +30,8 @@ case $way in
     ;;
   shared)
     "$cmake" -G Ninja -S "$source" -B "$scratch/build" -DCMAKE_CXX_COMPILER="$compiler" \
-      -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=ON -DBMTREE_BUILD_TESTS=OFF -DBMTREE_BUILD_BENCH=OFF
+      -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=ON -DBMTREE_BUILD_TESTS=OFF -DBMTREE_BUILD_BENCH=OFF \
+      -DBMTREE_BUILD_TOOLS=OFF
     "$cmake" --build "$scratch/build" --target bitmap
     "$cmake" --install "$scratch/build" --prefix "$scratch/prefix"
     library=$(find "$scratch/prefix" -name libbitmap.so)
