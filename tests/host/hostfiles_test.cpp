@@ -9,7 +9,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <thread>
@@ -203,7 +202,6 @@ TEST_F(HostFilesTest, AnInterruptedReadStartsAgain) {
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   const pthread_t reader = pthread_self();
-  std::atomic<bool> stop{false};
   std::thread other([&] {
     for (int i = 0; i < 20; ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
