@@ -22,11 +22,10 @@ RepTreeRootSType childRoot(const RepTreeRootSType& parent, unsigned long child, 
 // The page ids of one internal page, copied so that the page need not stay: an unsorted array with its unused slot 0
 // and room for the page's own id and the slot behind the end. A page of another kind has none.
 struct ChildIds {
-  uint64_t slots[BM_INT_CAPACITY + 3];
+  uint64_t slots[BM_INT_CAPACITY + 3] = {};
   uint64_t* end = slots + 1;  // one past the last id
 
   explicit ChildIds(const RepBmInternalPageSType& page) {
-    slots[0] = 0;
     if (page.hdr.pageKind != REP_BM_INTERNAL_PAGE) return;
     const uint64_t* children = page.children + page.keyArea.firstOffset;
     end = std::copy(children, children + page.keyArea.count, end);

@@ -78,8 +78,8 @@ void removeNamedByDenseLeaf(PageCacheSType* pc, const RepBmLeafPageSType& leaf, 
   if (leaf.bitsSet <= 0) return;
   for (int i = 0; i < BM_BIT_LIST_CAPACITY; ++i) {
     for (uint64_t word = leaf.words[i]; word != 0; word &= word - 1) {
-      const auto bit = static_cast<unsigned long>(i * 64 + HostAsmFFS8(word));
-      PageRemoveFromPrivateCache(pc, baseBit + bit, 0);
+      const int position = i * 64 + HostAsmFFS8(word);
+      PageRemoveFromPrivateCache(pc, baseBit + static_cast<unsigned long>(position), 0);
     }
   }
 }

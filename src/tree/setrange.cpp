@@ -13,7 +13,7 @@ namespace {
 
 constexpr int RANGE_FAULT_LINE = 9137;
 constexpr int RANGE_TREE_TAG = 9117;
-constexpr unsigned long LONG_RANGE_BITS = 2 * BM_LEAF_BITS;
+constexpr unsigned long LONG_RANGE_BITS = 2UL * BM_LEAF_BITS;
 
 // Sets first .. last, not above each other, through arrays of consecutive bits.
 unsigned long setByArrays(PageCacheSType* pc, RepTreeRootSType* root, unsigned long first, unsigned long last) {
