@@ -143,6 +143,7 @@ class RandomTreeTest : public WriteTest {
     for (uint64_t i = 1; i <= operations && !HasFailure(); ++i) {
       if (random_.oneIn(3000)) current = random_.below(sources.size());
       step(tree, sources[current]);
+      highestLevel = std::max<int>(highestLevel, tree.level);
       if (model_.size() >= options.limit) draining_ = true;
       if (i % checkEvery == 0) check(tree);
       if (random_.oneIn(checkEvery)) moveStamp(tree);
@@ -264,7 +265,6 @@ class RandomTreeTest : public WriteTest {
 
   void check(const RepTreeRootSType& tree) {
     expectSound(tree);
-    highestLevel = std::max<int>(highestLevel, tree.level);
     sawDense = sawDense || shapeOf(tree).find("dense") != std::string::npos;
     if (model_.size() < 30000 || random_.oneIn(10)) {
       EXPECT_TRUE(bitsOf(tree) == model_.sorted());
