@@ -88,6 +88,7 @@ std::string shellQuoted(const std::string& text, const char* quote) {
 
 std::vector<std::string> namesOf(const std::vector<CommandWords>& commands) {
   std::vector<std::string> names;
+  names.reserve(commands.size());
   for (const CommandWords& command : commands) names.push_back(command.name);
   return names;
 }
@@ -175,13 +176,15 @@ std::string zshText(std::string text) {
   return text;
 }
 
+std::string zshOption(const OptionWords& option, const std::string& spelling) {
+  const std::string action = option.takesValue ? zshAction(option.value, option.choices) : "";
+  return " \\\n        " + shellQuoted(spelling + "[" + zshText(option.description) + "]" + action, "'\\''");
+}
+
 std::string zshCommand(const CommandWords& command) {
   std::string text = "    " + command.name + ")\n      _arguments -S";
   for (const OptionWords& option : command.options) {
-    for (const std::string& spelling : option.spellings) {
-      const std::string action = option.takesValue ? zshAction(option.value, option.choices) : "";
-      text += " \\\n        " + shellQuoted(spelling + "[" + zshText(option.description) + "]" + action, "'\\''");
-    }
+    for (const std::string& spelling : option.spellings) text += zshOption(option, spelling);
   }
   for (size_t i = 0; i < command.positionals.size(); ++i) {
     const bool repeats = command.lastRepeats && i + 1 == command.positionals.size();

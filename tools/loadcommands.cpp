@@ -40,6 +40,10 @@ std::string stemOf(const std::string& file) {
   return std::filesystem::path(file).stem().string();
 }
 
+[[noreturn]] void refuseSameTree(const std::string& one, const std::string& other, const std::string& tree) {
+  throw ProgramError(exitUsage, one + " and " + other + " would both become the tree " + tree);
+}
+
 // One job for each file, whose trees must differ.
 std::vector<LoadJob> planEach(const LoadOptions& options) {
   std::vector<LoadJob> jobs;
@@ -47,9 +51,7 @@ std::vector<LoadJob> planEach(const LoadOptions& options) {
   for (const std::string& file : options.files) {
     const std::string tree = options.name + stemOf(file);
     const auto [other, isNew] = fileOf.emplace(tree, file);
-    if (!isNew) {
-      throw ProgramError(exitUsage, other->second + " and " + file + " would both become the tree " + tree);
-    }
+    if (!isNew) refuseSameTree(other->second, file, tree);
     jobs.push_back({tree, {file}, {}});
   }
   return jobs;

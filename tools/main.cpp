@@ -84,4 +84,10 @@ int run(int argc, char** argv) {
 }  // namespace
 }  // namespace bmtree::tools
 
-int main(int argc, char** argv) { return bmtree::tools::run(argc, argv); }
+int main(int argc, char** argv) {
+  try {
+    return bmtree::tools::run(argc, argv);
+  } catch (...) {  // nothing is left to say it with
+    return bmtree::tools::exitSystem;
+  }
+}

@@ -170,6 +170,7 @@ int runMap(const MapOptions& options) {
     std::sort(names.begin(), names.end(), naturallyBefore);
   }
   std::vector<Tree> trees;
+  trees.reserve(names.size());
   for (const std::string& name : names) trees.push_back(reader.tree(name));
   return mapTrees(options, trees);
 }

@@ -92,6 +92,10 @@ std::string terminalLegend(const DensityGrid& grid, bool colour) {
          " and more; blank: none\n";
 }
 
+static std::string framed(const std::string& before, const std::string& text, const std::string& after) {
+  return before + text + after;
+}
+
 std::string terminalProfile(const LeafProfile& profile, size_t indent, bool colour) {
   constexpr std::array bars{"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
   constexpr std::string_view plainBars = "01234567";
@@ -106,8 +110,9 @@ std::string terminalProfile(const LeafProfile& profile, size_t indent, bool colo
     const auto eighth = std::min(static_cast<size_t>(column.fill * 8), size_t{7});
     const std::string paint = colour ? foreground(dense ? denseColour : listColour) : "";
     const std::string end = colour ? plain : "";
-    kinds += none ? " " : paint + (dense ? "D" : "l") + end;
-    fills += none ? " " : paint + (colour ? std::string(bars[eighth]) : std::string(1, plainBars[eighth])) + end;
+    const std::string bar = colour ? std::string(bars[eighth]) : std::string(1, plainBars[eighth]);
+    kinds += none ? " " : framed(paint, dense ? "D" : "l", end);
+    fills += none ? " " : framed(paint, bar, end);
   }
   return trimmed(kinds) + trimmed(fills) + std::string(indent, ' ') + "leaves: l list, D dense; fill: " +
          (colour ? "how full they are\n" : "0 for less than an eighth, up to 7\n");
