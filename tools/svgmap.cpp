@@ -205,6 +205,8 @@ void drawNumberAxis(Picture& picture, NumberSpan span) {
   const double step = axisStep(width);
   const double start = std::ceil(static_cast<double>(span.from) / step) * step;
   picture.y += 18;
+  // the counter steps by a chart scale, which need not be whole.
+  // NOLINTNEXTLINE(clang-analyzer-security.FloatLoopCounter)
   for (double number = start; number <= static_cast<double>(span.to); number += step) {
     const double x = plotLeft + (number - static_cast<double>(span.from)) / width * plotWidth;
     picture.line("base", x, picture.y - 18, x, picture.y - 13);
@@ -249,6 +251,8 @@ void drawHistogram(Picture& picture, const LeafProfile& profile) {
   for (size_t i = 0; i < fillClasses; ++i) most = std::max(most, profile.lists[i] + profile.denses[i]);
   const double step = axisStep(static_cast<double>(most) * 2.5);
   const double top = std::ceil(static_cast<double>(most) / step) * step;
+  // the counter steps by a chart scale, which need not be whole.
+  // NOLINTNEXTLINE(clang-analyzer-security.FloatLoopCounter)
   for (double count = 0; count <= top; count += step) {
     const double y = picture.y + height * (1 - count / top);
     picture.line(count == 0 ? "base" : "rule", plotLeft, y, plotLeft + width, y);
