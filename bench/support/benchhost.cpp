@@ -72,7 +72,3 @@ void PageReportCacheFault(PageCacheSType*, unsigned long, const char* text, RepP
   stop(text);
 }
 int HostCallDebuggerMsg_fl(const char* text, const char*, int) { stop(text); }
-
-void* UtlMallocF(unsigned long, int, int) { return pageMemory(); }
-void* UtlMalloc(unsigned long size, const char*) { return std::malloc(size); }
-void UtlFree(void* memory) { std::free(memory); }
