@@ -115,12 +115,15 @@ unsigned char leafKindAt(PageCacheSType* pc, const RepTreeRootSType& root, const
 
 int BmClearBit(PageCacheSType* pc, RepTreeRootSType* root, unsigned long bit) {
   if (root->treeKind < 0) return clearBitInInlineList(*root, bit);
+  RepPageHdrSType* page = root->treeKind == BM_HEAP_TREE ? heapLeafFor(*root, bit) : nullptr;
   BmPathSType path;
-  path.valid = path.atEnd = path.exact = path.allowNext = 0;
-  path.levels[0].index = 0;
-  if (findLeafPageForBit(pc, root, bit, &path) == 0) return 0;
-  RepPageHdrSType* page = locateForWrite(pc, root, 0, &path);
-  if (page == nullptr) return 0;
+  if (page == nullptr) {
+    path.valid = path.atEnd = path.exact = path.allowNext = 0;
+    path.levels[0].index = 0;
+    if (findLeafPageForBit(pc, root, bit, &path) == 0) return 0;
+    page = locateForWrite(pc, root, 0, &path);
+    if (page == nullptr) return 0;
+  }
   if (page->pageKind == REP_BIT_LIST_PAGE) return clearBitInList(pc, root, asListPage(page), bit);
   if (page->pageKind == REP_BM_LEAF_PAGE) return clearBitInDenseLeaf(pc, root, asDensePage(page), bit);
   ReportLeafFault(pc, path.levels[0].pageId, page, root->treeKind, CLEAR_BIT_LINE);

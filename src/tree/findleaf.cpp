@@ -43,3 +43,9 @@ int findLeafPageForBit(PageCacheSType* pc, const RepTreeRootSType* root, unsigne
   }
   return leafBelowRoot(pc, *root, bit, path) != 0;
 }
+
+RepPageHdrSType* heapLeafFor(const RepTreeRootSType& root, unsigned long bit) {
+  RepPageHdrSType* page = HeapAccess::leaf(leafFor(StrictHeapAccess{}, root, bit).ref);
+  const bool isLeaf = page != nullptr && (page->pageKind == REP_BM_LEAF_PAGE || page->pageKind == REP_BIT_LIST_PAGE);
+  return isLeaf ? page : nullptr;
+}

@@ -10,3 +10,7 @@ int BmFindLeafForBit(PageCacheSType* pc, const RepTreeRootSType* root, BmPathSTy
 // Fills `path` for the leaf of `bit`; the caller has set allowNext. Returns 1 when a leaf was found, which with
 // allowNext 0 owns the bit.
 int findLeafPageForBit(PageCacheSType* pc, const RepTreeRootSType* root, unsigned long bit, BmPathSType* path);
+
+// The leaf of a heap tree that owns `bit`, found without a path. Null when there is none, or when a page on the way
+// is not of its kind: the descents along a path report that.
+RepPageHdrSType* heapLeafFor(const RepTreeRootSType& root, unsigned long bit);

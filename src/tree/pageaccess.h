@@ -35,6 +35,14 @@ struct HeapAccess {
   }
 };
 
+// The same, where an internal page must be one: null stands for a page of another kind.
+struct StrictHeapAccess {
+  static RepBmInternalPageSType* internal(unsigned long ref) {
+    RepPageHdrSType* page = HeapAccess::leaf(ref);
+    return page->pageKind == REP_BM_INTERNAL_PAGE ? asInternalPage(page) : nullptr;
+  }
+};
+
 // The pages of a tree in the page cache.
 struct CachedAccess {
   PageCacheSType* pc;

@@ -13,6 +13,16 @@ template <uint64_t mask>
   return static_cast<int>(WordSearch<mask, true>(keys, area.count, bit).firstNotBefore()) - 1;
 }
 
+// Slot of a level-1 page, counted from firstOffset, of the key whose span holds `bit`, or -1 when that is yet to be
+// searched for. Keys are ascending multiples of the span, so where each span up to the bit has a key, its number is
+// the slot.
+[[gnu::always_inline]] inline int slotOfSpan(const BmInternalKeyType& area, unsigned long bit) {
+  const uint64_t* keys = area.keys + area.firstOffset;
+  const uint64_t spansAhead = (bit - keyBit(keys[0])) / BM_LEAF_BITS;
+  const bool isThere = spansAhead < area.count && bit - keyBit(keys[spansAhead]) < BM_LEAF_BITS;
+  return isThere ? static_cast<int>(spansAhead) : -1;
+}
+
 // The slot of a level-2 page whose child owns `bit`, counted from slot 0 of the page; the complement of firstOffset
 // when `bit` lies below all keys. Level-2 keys have no tag and are compared whole.
 [[gnu::always_inline]] inline int searchLevel2(const BmInternalKeyType& area, unsigned long bit) {
@@ -24,12 +34,26 @@ template <uint64_t mask>
 // leaf, and -1 in a page without slots.
 [[gnu::always_inline]] inline int searchLevel1(const BmInternalKeyType& area, unsigned long bit) {
   if (area.count == 0) return -1;
+  const int guessed = slotOfSpan(area, bit);
+  if (guessed >= 0) return area.firstOffset + guessed;
   const int found = lastKeyNotAbove<~BM_DENSE_TAG>(area, bit);
   if (found < 0) return ~int{area.firstOffset};
   const int slot = area.firstOffset + found;
   const uint64_t key = area.keys[slot];
   return keyIsDense(key) && bit - keyBit(key) >= BM_LEAF_BITS ? -2 - slot : slot;
 }
+
+// A leaf found without a path, and what its level-1 page tells of it.
+struct FoundLeaf {
+  unsigned long ref;         // 0 when no leaf owns the bit
+  uint64_t key = 0;          // with its tag; 0 for a root
+  unsigned long endBit = 0;  // of a list the first bit that it does not own; 0 when that is not told
+};
+
+// The leaf that owns `bit` in a tree with a root page. `pages` gives internal pages; null ends the descent without a
+// leaf.
+template <class Access>
+[[gnu::always_inline]] inline FoundLeaf leafFor(const Access& pages, const RepTreeRootSType& root, unsigned long bit);
 
 // Records the search result `slot` in path->levels[level] and returns its index from firstOffset. A miss moves on to
 // the next slot if path->allowNext is set, clearing `exact`; otherwise, and behind the last slot, -1 with nothing
@@ -70,6 +94,27 @@ inline unsigned long listLeafLimit(const RepTreeRootSType& root, const BmPathSTy
 }
 
 // ---------------------------------------------------------------------------------------------------------
+
+template <class Access>
+[[gnu::always_inline]] inline FoundLeaf leafFor(const Access& pages, const RepTreeRootSType& root,
+                                                unsigned long bit) {
+  unsigned long ref = root.root;
+  if (root.level >= 2) {
+    const RepBmInternalPageSType* top = pages.internal(ref);
+    if (top == nullptr) return {0};
+    const int slot = searchLevel2(top->keyArea, bit);
+    if (slot < 0) return {0};
+    ref = top->children[slot];
+  }
+  if (root.level == 0 || ref == 0) return {ref};
+  const RepBmInternalPageSType* page = pages.internal(ref);
+  if (page == nullptr) return {0};
+  const BmInternalKeyType& area = page->keyArea;
+  const int slot = searchLevel1(area, bit);
+  if (slot < 0) return {0};
+  const bool isLast = slot + 1 == area.firstOffset + area.count;
+  return {page->children[slot], area.keys[slot], isLast ? 0 : keyBit(area.keys[slot + 1])};
+}
 
 inline int lookupStorePath(BmInternalKeyType* keyArea, int level, int slot, BmPathSType* path, unsigned long) {
   int index = slot < 0 ? slot + keyArea->firstOffset : slot - keyArea->firstOffset;

@@ -21,8 +21,24 @@ class WordSearch {
     if (count_ <= 0 || !before(0)) return 0;
     if (before(count_ - 1)) return count_;
     Bracket place{0, count_ - 1};
-    if (count_ >= INTERPOLATED_WORDS) place = interpolate();
+    if (count_ >= INTERPOLATED_WORDS) {
+      place = bracket(guess(words_[0] & mask, words_[count_ - 1] & mask), place);
+    }
     return bisect(place);
+  }
+
+  // The same for words that are known to be spread between `from` and `to`, so that the ends of the array, a cache
+  // miss each, need not be read.
+  [[gnu::always_inline]] long firstNotBefore(uint64_t from, uint64_t to) const {
+    Bracket place{-1, count_};
+    if (count_ >= INTERPOLATED_WORDS) place = bracket(guess(from, to), place);
+    return bisect(place);
+  }
+
+  // Where the bound is likely to stand among at least one word spread between `from` and `to`.
+  [[gnu::always_inline]] long guess(uint64_t from, uint64_t to) const {
+    const double share = static_cast<double>(bound_ - from) / static_cast<double>(to - from);
+    return static_cast<long>((share < 1.0 ? share : 1.0) * static_cast<double>(count_ - 1));
   }
 
  private:
@@ -42,32 +58,29 @@ class WordSearch {
     for (long count = place.high - place.low; count > 1;) {
       const long half = count / 2;
       const uint64_t word = base[half - 1] & mask;
-      base += (inclusive ? word <= bound_ : word < bound_) ? half : 0;
+      base += half & -static_cast<long>(inclusive ? word <= bound_ : word < bound_);  // a choice may become a branch
       count -= half;
     }
     return base - words_;
   }
 
-  // Words tend to be spread evenly, so the place is guessed first, and the guess is bracketed by steps that double.
-  // That reads two or three cache lines of a long array where halving reads eight.
-  [[gnu::always_inline]] Bracket interpolate() const {
-    const uint64_t first = words_[0] & mask;
-    const double range = static_cast<double>((words_[count_ - 1] & mask) - first);
-    const double share = std::min(static_cast<double>(bound_ - first) / range, 1.0);
-    long low = static_cast<long>(share * static_cast<double>(count_ - 1));
-    long high = low;
-    if (before(low)) {
-      for (long step = 8; high < count_ - 1 && before(high); step *= 2) {
-        low = high;
-        high = std::min(high + step, count_ - 1);
+  // Words tend to be spread evenly, so the guess, any index of the array, is bracketed by steps that double. That
+  // reads two or three cache lines of a long array where halving reads eight.
+  [[gnu::always_inline]] Bracket bracket(long guess, Bracket place) const {
+    if (before(guess)) {
+      place.low = guess;
+      for (long step = 8; place.low + step < place.high; step *= 2) {
+        if (!before(place.low + step)) return {place.low, place.low + step};
+        place.low += step;
       }
     } else {
-      for (long step = 8; low > 0 && !before(low); step *= 2) {
-        high = low;
-        low = std::max(low - step, 0L);
+      place.high = guess;
+      for (long step = 8; place.high - step > place.low; step *= 2) {
+        if (before(place.high - step)) return {place.high - step, place.high};
+        place.high -= step;
       }
     }
-    return {low, high};
+    return place;
   }
 
   const uint64_t* words_;

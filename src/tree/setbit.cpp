@@ -1,6 +1,7 @@
 // The one-bit write.
 #include "bitmap.h"
 #include "tree/bitlist.h"
+#include "tree/findleaf.h"
 #include "tree/leafcreation.h"
 #include "tree/pageaccess.h"
 #include "tree/splitlist.h"
@@ -54,15 +55,25 @@ RepPageHdrSType* writableLeafFor(PageCacheSType* pc, RepTreeRootSType* root, BmP
   return locateForWrite(pc, root, 0, path);
 }
 
+// The leaf of a heap tree that `bit` can be set in as things are; null when something must be made first.
+RepPageHdrSType* heapLeafWithRoom(const RepTreeRootSType& root, unsigned long bit) {
+  RepPageHdrSType* page = heapLeafFor(root, bit);
+  if (page == nullptr || page->pageKind == REP_BM_LEAF_PAGE) return page;
+  return asListPage(page)->contents.count < BM_BIT_LIST_CAPACITY ? page : nullptr;
+}
+
 }  // namespace
 
 int BmSetBit(PageCacheSType* pc, RepTreeRootSType* root, unsigned long bit) {
   if (root->treeKind < 0) return setBitInInlineList(*root, bit);
+  RepPageHdrSType* page = root->treeKind == BM_HEAP_TREE ? heapLeafWithRoom(*root, bit) : nullptr;
   BmPathSType path;
-  path.valid = path.atEnd = path.exact = path.allowNext = 0;
-  path.levels[0].index = 0;
-  RepPageHdrSType* page = writableLeafFor(pc, root, &path, bit);
-  if (page == nullptr) return 0;
+  if (page == nullptr) {
+    path.valid = path.atEnd = path.exact = path.allowNext = 0;
+    path.levels[0].index = 0;
+    page = writableLeafFor(pc, root, &path, bit);
+    if (page == nullptr) return 0;
+  }
   if (page->pageKind == REP_BIT_LIST_PAGE) return setBitInList(pc, root, asListPage(page), bit);
   if (page->pageKind == REP_BM_LEAF_PAGE) return setBitInDenseLeaf(pc, root, asDensePage(page), bit);
   ReportLeafFault(pc, path.levels[0].pageId, page, root->treeKind, SET_BIT_LINE);

@@ -19,8 +19,16 @@ INLINED bool listHolds(const RepBitListContentsSType& list, unsigned long bit) {
   return index < list.count && entries[index] == bit;
 }
 
-INLINED bool denseHolds(const RepBmLeafPageSType& leaf, unsigned long bit) {
-  return (leaf.words[denseWordIndex(bit)] & denseWordMask(bit)) != 0;
+// The search of a list's entries for `bit`.
+INLINED WordSearch<~uint64_t{0}, false> searchOf(const RepBitListContentsSType& list, unsigned long bit) {
+  return {list.begin(), list.count, bit};
+}
+
+// The same for the list of a leaf that owns what `found` tells.
+INLINED bool foundListHolds(const RepBitListContentsSType& list, const FoundLeaf& found, unsigned long bit) {
+  if (found.endBit == 0) return listHolds(list, bit);
+  const long index = searchOf(list, bit).firstNotBefore(keyBit(found.key), found.endBit);
+  return index < list.count && list.begin()[index] == bit;
 }
 
 [[gnu::cold, gnu::noinline]] bool reportUnknownLeaf(PageCacheSType* pc, unsigned long ref, RepPageHdrSType* page,
@@ -29,38 +37,20 @@ INLINED bool denseHolds(const RepBmLeafPageSType& leaf, unsigned long bit) {
   return false;
 }
 
-INLINED bool leafHolds(PageCacheSType* pc, unsigned long ref, RepPageHdrSType* page, int treeKind,
+INLINED bool leafHolds(PageCacheSType* pc, const FoundLeaf& found, RepPageHdrSType* page, int treeKind,
                        unsigned long bit) {
-  if (page->pageKind == REP_BIT_LIST_PAGE) return listHolds(asListPage(page)->contents, bit);
-  if (page->pageKind == REP_BM_LEAF_PAGE) return denseHolds(*asDensePage(page), bit);
-  return reportUnknownLeaf(pc, ref, page, treeKind);
-}
-
-// The child of `page` whose keys the search of its level leads to; 0 on a miss.
-INLINED unsigned long childAt(const RepBmInternalPageSType& page, int slot) {
-  return slot < 0 ? 0 : page.children[slot];
-}
-
-// The reference of the leaf that owns `bit`, 0 if there is none.
-template <class Access>
-INLINED unsigned long leafRefFor(const Access& pages, const RepTreeRootSType& root, unsigned long bit) {
-  unsigned long ref = root.root;
-  if (root.level >= 2) {
-    const RepBmInternalPageSType* top = pages.internal(ref);
-    ref = childAt(*top, searchLevel2(top->keyArea, bit));
-    if (ref == 0) return 0;
+  if (page->pageKind == REP_BM_LEAF_PAGE) {
+    const unsigned long word = keyIsDense(found.key) ? (bit - keyBit(found.key)) >> 6 : denseWordIndex(bit);
+    return (asDensePage(page)->words[word] & denseWordMask(bit)) != 0;
   }
-  if (root.level >= 1) {
-    const RepBmInternalPageSType* page = pages.internal(ref);
-    ref = childAt(*page, searchLevel1(page->keyArea, bit));
-  }
-  return ref;
+  if (page->pageKind == REP_BIT_LIST_PAGE) return foundListHolds(asListPage(page)->contents, found, bit);
+  return reportUnknownLeaf(pc, found.ref, page, treeKind);
 }
 
 template <class Access>
 INLINED bool treeHolds(const Access& pages, PageCacheSType* pc, const RepTreeRootSType& root, unsigned long bit) {
-  const unsigned long ref = leafRefFor(pages, root, bit);
-  return ref != 0 && leafHolds(pc, ref, pages.leaf(ref), root.treeKind, bit);
+  const FoundLeaf found = leafFor(pages, root, bit);
+  return found.ref != 0 && leafHolds(pc, found, pages.leaf(found.ref), root.treeKind, bit);
 }
 
 [[gnu::noinline]] bool cachedRootHolds(PageCacheSType* pc, const RepTreeRootSType& root, unsigned long bit) {
@@ -75,40 +65,49 @@ INLINED bool rootHolds(PageCacheSType* pc, const RepTreeRootSType& root, unsigne
   return cachedRootHolds(pc, root, bit);
 }
 
-// A probe of a heap tree on its way to its leaf.
-struct Probe {
-  unsigned long bit;
-  RepPageHdrSType* leaf;  // null: no leaf owns the bit
-};
-
-constexpr unsigned long PROBES_IN_STEP = 16;
+constexpr unsigned long PROBES_IN_STEP = 32;
+constexpr long ENTRIES_IN_LINE = 8;
 
 INLINED void prefetch(const void* memory) { __builtin_prefetch(memory); }
 
-// Fetches the line of `leaf` that `bit` is likely to be in. The head of the page has been fetched before.
-INLINED void prefetchPlace(const RepPageHdrSType* page, unsigned long bit) {
-  if (page->pageKind == REP_BM_LEAF_PAGE) return prefetch(&asDensePage(page)->words[denseWordIndex(bit)]);
+// Fetches the head of the leaf and, of a dense one, the word of `bit`.
+INLINED void prefetchLeaf(const FoundLeaf& found, unsigned long bit) {
+  const RepPageHdrSType* page = HeapAccess::leaf(found.ref);
+  prefetch(page);
+  if (keyIsDense(found.key)) prefetch(&asDensePage(page)->words[(bit - keyBit(found.key)) >> 6]);
+}
+
+// Fetches the lines of a list, whose head is there, that `bit` is likely to be in.
+INLINED void prefetchEntries(const FoundLeaf& found, unsigned long bit) {
+  const RepPageHdrSType* page = HeapAccess::leaf(found.ref);
+  if (page->pageKind != REP_BIT_LIST_PAGE) return;
   const RepBitListContentsSType& list = asListPage(page)->contents;
-  prefetch(list.begin());
-  prefetch(list.end() - 1);
+  if (found.endBit == 0) {
+    prefetch(list.begin());
+    prefetch(list.end() - 1);
+  } else {
+    const uint64_t* place = list.begin() + searchOf(list, bit).guess(keyBit(found.key), found.endBit);
+    prefetch(place - ENTRIES_IN_LINE);
+    prefetch(place);
+    prefetch(place + ENTRIES_IN_LINE);
+  }
 }
 
 // Tests up to 16 bits in step, so that the misses of one probe overlap with those of the others. Bit i of the result
 // is the answer for bits[i].
 uint64_t testGroup(PageCacheSType* pc, const RepTreeRootSType& root, const unsigned long* bits, unsigned long count) {
-  Probe probes[PROBES_IN_STEP];
+  FoundLeaf found[PROBES_IN_STEP];
   for (unsigned long i = 0; i < count; ++i) {
-    probes[i] = {bits[i], HeapAccess::leaf(leafRefFor(HeapAccess{}, root, bits[i]))};
-    prefetch(probes[i].leaf);
+    found[i] = leafFor(HeapAccess{}, root, bits[i]);
+    prefetchLeaf(found[i], bits[i]);
   }
   for (unsigned long i = 0; i < count; ++i) {
-    if (probes[i].leaf != nullptr) prefetchPlace(probes[i].leaf, probes[i].bit);
+    if (found[i].ref != 0 && !keyIsDense(found[i].key)) prefetchEntries(found[i], bits[i]);
   }
   uint64_t answers = 0;
   for (unsigned long i = 0; i < count; ++i) {
-    RepPageHdrSType* leaf = probes[i].leaf;
-    const auto ref = reinterpret_cast<unsigned long>(leaf);
-    const bool holds = leaf != nullptr && leafHolds(pc, ref, leaf, BM_HEAP_TREE, probes[i].bit);
+    const bool holds =
+        found[i].ref != 0 && leafHolds(pc, found[i], HeapAccess::leaf(found[i].ref), BM_HEAP_TREE, bits[i]);
     answers |= uint64_t{holds} << i;
   }
   return answers;
