@@ -115,8 +115,10 @@ void writeMarkdown(const Report& report, const std::string& path) {
   std::ostringstream out;
   out << "# Measured against others\n\n"
       << "Time of one operation, or bytes for one number, medians of all runs; behind ± half the distance between "
-         "the fastest and the slowest run. Operations on two sets are counted by the numbers in both. The best of each "
-         "row is bold. Every answer was compared in full before it was timed, its result and size again in every run. "
+         "the fastest and the slowest run. Operations on two sets are counted by the numbers in both. The best of "
+         "each "
+         "row is bold. Every answer was compared in full before it was timed, its result and size again in every "
+         "run. "
       << reducedMark << " marks reduced sizes, which are listed at the end.\n\n";
   printFacts(out, report);
   for (const WorkloadName& workload : report.workloads) {

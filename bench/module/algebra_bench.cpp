@@ -11,9 +11,9 @@
 #include <iterator>
 #include <memory>
 
-#include "algebra/densewords.h"
 #include "support/benchhost.h"
 #include "support/bitsets.h"
+#include "words/densewords.h"
 
 namespace {
 

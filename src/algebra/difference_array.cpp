@@ -1,14 +1,15 @@
 #include <algorithm>
 
-#include "algebra/densewords.h"
 #include "algebra/difference.h"
 #include "algebra/leafenumerator.h"
 #include "algebra/leafpair.h"
 #include "algebra/stepwalk.h"
-#include "query/densescan.h"
 #include "tree/bitlist.h"
 #include "tree/treeroots.h"
 #include "utl.h"
+#include "words/densescan.h"
+#include "words/densewords.h"
+#include "words/entryruns.h"
 
 namespace {
 
@@ -53,69 +54,42 @@ bool moveToStart(BmLeafStateSType* list, unsigned long startBit) {
 // ---------------------------------------------------------------------------------------------------------
 // Entries against entries, in plain words
 
-// Two runs of ascending entries, each with its next entry and its end, and where the difference goes.
-struct EntryRuns {
-  const uint64_t* a;
-  const uint64_t* aEnd;
-  const uint64_t* b;
-  const uint64_t* bEnd;
-  uint64_t* out;
-  uint64_t* outEnd;
-
-  bool bothLeft() const { return a != aEnd && b != bEnd && out != outEnd; }
-};
-
-// For runs of like size: every step writes, and moves on what is to be moved on, so that nothing is guessed.
-void subtractInStep(EntryRuns& runs) {
-  const uint64_t* a = runs.a;
-  const uint64_t* b = runs.b;
-  uint64_t* out = runs.out;
-  while (a != runs.aEnd && b != runs.bEnd && out != runs.outEnd) {
-    const uint64_t ofA = *a;
-    const uint64_t ofB = *b;
-    *out = ofA;
-    out += ofA < ofB;
-    a += ofA <= ofB;
-    b += ofB <= ofA;
-  }
-  runs.a = a;
-  runs.b = b;
-  runs.out = out;
-}
-
 // For a long B: it jumps to each entry of A.
-void subtractSearchingB(EntryRuns& runs) {
-  while (runs.bothLeft()) {
+uint64_t* subtractSearchingB(EntryRuns& runs, uint64_t* out, const uint64_t* outEnd) {
+  while (runs.bothLeft() && out != outEnd) {
     runs.b += firstNotBelow(runs.b, runs.bEnd - runs.b, *runs.a);
-    if (runs.b == runs.bEnd) return;
-    if (*runs.b != *runs.a) *runs.out++ = *runs.a;
+    if (runs.b == runs.bEnd) break;
+    if (*runs.b != *runs.a) *out++ = *runs.a;
     ++runs.a;
   }
+  return out;
 }
 
 // For a long A: it is copied in stretches between the entries of B.
-void subtractSearchingA(EntryRuns& runs) {
-  while (runs.bothLeft()) {
+uint64_t* subtractSearchingA(EntryRuns& runs, uint64_t* out, const uint64_t* outEnd) {
+  while (runs.bothLeft() && out != outEnd) {
     const long below = firstNotBelow(runs.a, runs.aEnd - runs.a, *runs.b);
-    const long taken = std::min(below, runs.outEnd - runs.out);
-    HostAsmMemcpySmallWords(runs.out, runs.a, static_cast<unsigned long>(taken));
-    runs.out += taken;
+    const long taken = std::min(below, outEnd - out);
+    HostAsmMemcpySmallWords(out, runs.a, static_cast<unsigned long>(taken));
+    out += taken;
     runs.a += taken;
-    if (taken < below || runs.a == runs.aEnd) return;
+    if (taken < below || runs.a == runs.aEnd) break;
     if (*runs.a == *runs.b) ++runs.a;
     ++runs.b;
   }
+  return out;
 }
 
 // How many times longer one run must be for searching it to pay.
-constexpr long SEARCH_FACTOR = 16;
+constexpr long SEARCH_FACTOR = 32;
 
-void subtractEntries(EntryRuns& runs) {
+// Writes the entries of A that are not in B, as long as both last and `out` has not reached `outEnd`.
+uint64_t* subtract(EntryRuns& runs, uint64_t* out, uint64_t* outEnd) {
   const long ofA = runs.aEnd - runs.a;
   const long ofB = runs.bEnd - runs.b;
-  if (ofB > SEARCH_FACTOR * ofA) return subtractSearchingB(runs);
-  if (ofA > SEARCH_FACTOR * ofB) return subtractSearchingA(runs);
-  subtractInStep(runs);
+  if (ofB > SEARCH_FACTOR * ofA) return subtractSearchingB(runs, out, outEnd);
+  if (ofA > SEARCH_FACTOR * ofB) return subtractSearchingA(runs, out, outEnd);
+  return subtractEntries(runs, out, outEnd);
 }
 
 // Writes the entries at `entries` that are clear in a leaf, up to the one at `entriesEnd`. Returns the first not
@@ -204,10 +178,9 @@ void differenceListList(BmLeafStateSType* a, BmLeafStateSType* b, DifferenceResu
   if (!moveToStart(a, state->startBit)) return;
   const uint64_t* entry = a->cursor;
   entry += writeEntries(state, entry, firstNotBelow(entry, a->entriesEnd - entry, *b->cursor));
-  EntryRuns runs{entry, a->entriesEnd, b->cursor, b->entriesEnd, state->nextOut, state->outEnd};
+  EntryRuns runs{entry, a->entriesEnd, b->cursor, b->entriesEnd};
   if (runs.bothLeft()) runs.b += firstNotBelow(runs.b, runs.bEnd - runs.b, *runs.a);
-  subtractEntries(runs);
-  advanceOut(state, runs.out);
+  advanceOut(state, subtract(runs, state->nextOut, state->outEnd));
   entry = runs.a;
   if (runs.b == runs.bEnd && !state->full) {
     entry += writeEntries(state, entry, firstNotBelow(entry, a->entriesEnd - entry, b->endBit + 1));

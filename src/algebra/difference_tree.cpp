@@ -2,7 +2,6 @@
 #include <cstring>
 
 #include "algebra/copy.h"
-#include "algebra/densewords.h"
 #include "algebra/difference.h"
 #include "algebra/leafpair.h"
 #include "algebra/spanmerge.h"
@@ -10,6 +9,7 @@
 #include "tree/bitlist.h"
 #include "tree/treeroots.h"
 #include "utl.h"
+#include "words/densewords.h"
 
 namespace {
 

@@ -3,13 +3,14 @@
 #include <algorithm>
 #include <utility>
 
-#include "algebra/densewords.h"
 #include "algebra/leafpair.h"
 #include "algebra/spanmerge.h"
 #include "algebra/stepwalk.h"
 #include "hostlayer.h"
 #include "tree/bitlist.h"
 #include "tree/treeroots.h"
+#include "words/densewords.h"
+#include "words/entryruns.h"
 
 namespace {
 
@@ -62,46 +63,23 @@ void intersectDenseDense(PageCacheSType* pc, BmLeafStateSType* a, BmLeafStateSTy
 // ---------------------------------------------------------------------------------------------------------
 // List against list
 
-// Ascending entries: the next one, and the end.
-struct EntryRun {
-  const uint64_t* next;
-  const uint64_t* end;
-
-  long left() const { return end - next; }
-};
-
-// Both write the entries that the runs share to `out` and return one past the last; at most as many as the shorter
-// run has, and one slot behind those can be written over.
-
-// For runs of like size: every step writes, and moves on what is to be moved on, so that nothing is guessed.
-uint64_t* shareInStep(EntryRun a, EntryRun b, uint64_t* out) {
-  while (a.next != a.end && b.next != b.end) {
-    const uint64_t ofA = *a.next;
-    const uint64_t ofB = *b.next;
-    *out = ofA;
-    out += ofA == ofB;
-    a.next += ofA <= ofB;
-    b.next += ofB <= ofA;
-  }
-  return out;
-}
-
-// For a long probe: it jumps to each entry of the driver.
-uint64_t* shareBySearching(EntryRun driver, EntryRun probe, uint64_t* out) {
-  for (; driver.next != driver.end; ++driver.next) {
-    probe.next += firstNotBelow(probe.next, probe.left(), *driver.next);
-    if (probe.next == probe.end) break;
-    if (*probe.next == *driver.next) *out++ = *probe.next++;
+// Writes the words of a short run `a` that a long run `b` has to `out`: it jumps to each of them. Returns one past
+// the last.
+uint64_t* shareBySearching(EntryRuns& runs, uint64_t* out) {
+  for (; runs.a != runs.aEnd; ++runs.a) {
+    runs.b += firstNotBelow(runs.b, runs.bEnd - runs.b, *runs.a);
+    if (runs.b == runs.bEnd) break;
+    if (*runs.b == *runs.a) *out++ = *runs.b++;
   }
   return out;
 }
 
 // How many times longer the probe must be for searching it to pay.
-constexpr long SEARCH_FACTOR = 16;
+constexpr long SEARCH_FACTOR = 32;
 
-uint64_t* shareEntries(const EntryRun& driver, const EntryRun& probe, uint64_t* out) {
-  return probe.left() > SEARCH_FACTOR * driver.left() ? shareBySearching(driver, probe, out)
-                                                      : shareInStep(driver, probe, out);
+uint64_t* shareWithProbe(EntryRuns runs, uint64_t* out) {
+  const bool search = runs.bEnd - runs.b > SEARCH_FACTOR * (runs.aEnd - runs.a);
+  return search ? shareBySearching(runs, out) : shareEntries(runs, out);
 }
 
 // Brings the cursor that lags up to the other one; false when that ends a leaf.
@@ -122,7 +100,7 @@ void intersectListList(PageCacheSType* pc, BmLeafStateSType* first, BmLeafStateS
   const uint64_t* driverEnd =
       driver->cursor + firstNotBelow(driver->cursor, driver->entriesEnd - driver->cursor, probe->endBit + 1);
   uint64_t shared[BM_BIT_LIST_CAPACITY + 1];
-  const uint64_t* sharedEnd = shareEntries({driver->cursor, driverEnd}, {probe->cursor, probe->entriesEnd}, shared);
+  const uint64_t* sharedEnd = shareWithProbe({driver->cursor, driverEnd, probe->cursor, probe->entriesEnd}, shared);
   if (state->count >= state->limit && sharedEnd != shared) {
     sharedEnd = shared + 1;
     state->done = 1;
@@ -141,9 +119,8 @@ void intersectListList(PageCacheSType* pc, BmLeafStateSType* first, BmLeafStateS
 
 // Sets the shared entries one by one and stops at the limit. Returns the first entry not looked at.
 const uint64_t* setUpToLimit(PageCacheSType* pc, IntersectResultStateSType* state, const RepBmLeafPageSType& leaf,
-                             unsigned long base, const EntryRun& entries) {
-  const uint64_t* entry = entries.next;
-  while (entry != entries.end && !state->done) {
+                             unsigned long base, const uint64_t* entry, const uint64_t* entriesEnd) {
+  while (entry != entriesEnd && !state->done) {
     const unsigned long bit = *entry++;
     const unsigned long position = bit - base;
     if ((leaf.words[position >> 6] >> (position & 63) & 1) != 0 && BmSetBit(pc, state->resultTree, bit) == 0) {
@@ -156,9 +133,9 @@ const uint64_t* setUpToLimit(PageCacheSType* pc, IntersectResultStateSType* stat
 
 // Writes the entries that are set in the leaf to `out`; returns one past the last. One slot behind those can be
 // written over.
-uint64_t* gatherSetEntries(const RepBmLeafPageSType& leaf, unsigned long base, const EntryRun& entries,
-                           uint64_t* out) {
-  for (const uint64_t* entry = entries.next; entry != entries.end; ++entry) {
+uint64_t* gatherSetEntries(const RepBmLeafPageSType& leaf, unsigned long base, const uint64_t* entry,
+                           const uint64_t* entriesEnd, uint64_t* out) {
+  for (; entry != entriesEnd; ++entry) {
     const unsigned long position = *entry - base;
     *out = *entry;
     out += leaf.words[position >> 6] >> (position & 63) & 1;
@@ -215,13 +192,13 @@ void intersectBmBitList(PageCacheSType* pc, BmLeafStateSType* dense, BmLeafState
   dense->atEnd = 1;
   if (list->curBit > dense->endBit) return;
   const long inSpan = firstNotBelow(list->cursor, list->entriesEnd - list->cursor, dense->endBit + 1);
-  const EntryRun entries{list->cursor, list->cursor + inSpan};
-  const uint64_t* stoppedAt = entries.end;
+  const uint64_t* spanEntriesEnd = list->cursor + inSpan;
+  const uint64_t* stoppedAt = spanEntriesEnd;
   if (staysBelowLimit(*state, inSpan)) {
     uint64_t shared[BM_BIT_LIST_CAPACITY + 1];
-    handOver(pc, state, shared, gatherSetEntries(*dense->denseLeaf, base, entries, shared));
+    handOver(pc, state, shared, gatherSetEntries(*dense->denseLeaf, base, list->cursor, spanEntriesEnd, shared));
   } else {
-    stoppedAt = setUpToLimit(pc, state, *dense->denseLeaf, base, entries);
+    stoppedAt = setUpToLimit(pc, state, *dense->denseLeaf, base, list->cursor, spanEntriesEnd);
   }
   standAt(list, stoppedAt);
 }

@@ -5,7 +5,6 @@
 
 #include <cstring>
 
-#include "algebra/densewords.h"
 #include "algebra/leafstream.h"
 #include "bulk/bulkclear.h"
 #include "tree/bitlist.h"
@@ -14,6 +13,7 @@
 #include "tree/pageaccess.h"
 #include "tree/treeroots.h"
 #include "tree/writeaccess.h"
+#include "words/densewords.h"
 
 namespace {
 

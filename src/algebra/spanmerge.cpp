@@ -2,11 +2,12 @@
 
 #include <cstring>
 
-#include "algebra/densewords.h"
-#include "query/densescan.h"
 #include "tree/leafcreation.h"
 #include "tree/pageaccess.h"
+#include "tree/path.h"
 #include "tree/treeroots.h"
+#include "words/densescan.h"
+#include "words/densewords.h"
 
 namespace {
 
@@ -25,6 +26,18 @@ unsigned long mergeIntoInlineList(PageCacheSType* pc, RepTreeRootSType* destinat
   const RepBitListContentsSType* list = inlineListContents(*destination);
   if (list == nullptr || bits > BM_BIT_LIST_CAPACITY - list->count) return 0;
   return addAsEntries(pc, destination, base, words);
+}
+
+// Bits from which on the words of a span cost less than its entries.
+constexpr int WORDS_PAY = 128;
+
+// Whether an array of so many bits of the span at `base` would go into a dense leaf of that span, there or new, and
+// nothing else would change.
+bool goesInWhole(PageCacheSType* pc, const RepTreeRootSType& destination, unsigned long base, int bits) {
+  if (destination.level == 0) return false;
+  const FoundLeaf found = destination.treeKind == BM_HEAP_TREE ? leafFor(HeapAccess{}, destination, base)
+                                                               : leafFor(CachedAccess{pc}, destination, base);
+  return found.ref == 0 ? bits > BM_BIT_LIST_CAPACITY : keyIsDense(found.key) && bits >= WORDS_PAY;
 }
 
 }  // namespace
@@ -49,6 +62,7 @@ unsigned long mergeSpan(PageCacheSType* pc, RepTreeRootSType* destination, unsig
 unsigned long addSpan(PageCacheSType* pc, RepTreeRootSType* destination, unsigned long base, const uint64_t* words,
                       int bits) {
   if (destination->treeKind < 0) return mergeIntoInlineList(pc, destination, base, words, bits);
+  if (goesInWhole(pc, *destination, base, bits)) return mergeSpan(pc, destination, base, words, bits);
   // the entries take the tree through the shapes that it has for arrays; the leaf that they leave behind is dense
   const unsigned long newlySet = addAsEntries(pc, destination, base, words);
   return bits <= MOST_ENTRIES ? newlySet : newlySet + mergeSpan(pc, destination, base, words, bits);

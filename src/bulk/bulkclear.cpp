@@ -17,6 +17,7 @@
 #include "tree/path.h"
 #include "tree/treeroots.h"
 #include "tree/writeaccess.h"
+#include "words/entryruns.h"
 
 namespace {
 
@@ -97,41 +98,20 @@ int clearBySearchingList(RepBitListContentsSType* list, BitRun& run) {
   return keepUpTo(list, kept);
 }
 
-// The first entry that is in the array, both walked in step; null without one.
-uint64_t* firstMatchInStep(RepBitListContentsSType* list, BitRun& run) {
-  uint64_t* entry = list->begin();
-  const uint64_t* const listEnd = list->end();
-  while (!run.done()) {
-    if (*run.cursor == *entry) return entry;
-    if (*run.cursor < *entry) {
-      ++run.cursor;
-    } else if (++entry == listEnd) {
-      ++run.cursor;  // the element in hand lies above every entry
-      return nullptr;
-    }
-  }
-  return nullptr;
-}
-
 // For like sizes.
 int clearByMerging(RepBitListContentsSType* list, BitRun& run) {
-  uint64_t* kept = firstMatchInStep(list, run);
-  if (kept == nullptr) return 0;
-  const uint64_t* entry = kept + 1;
-  const uint64_t* const listEnd = list->end();
-  ++run.cursor;
-  while (entry != listEnd && !run.done()) {
-    if (*run.cursor < *entry) {
-      ++run.cursor;
-    } else if (*run.cursor == *entry) {
-      ++run.cursor;
-      ++entry;
-    } else {
-      *kept++ = *entry++;
-    }
+  const BitRun all = run;
+  run.jumpToEnd();
+  EntryRuns runs{list->begin(), list->end(), all.cursor, run.cursor};
+  if (!skipToShared(runs)) {
+    // The element above all entries, if the list owns one, has been looked at and counts as used.
+    const unsigned long* above = all.cursor + firstNotBelow(all.cursor, run.cursor - all.cursor, list->end()[-1] + 1);
+    if (above != run.cursor) run.cursor = above + 1;
+    return 0;
   }
-  run.skipToEnd();
-  return keepUpTo(list, moveDown(kept, entry, listEnd));
+  uint64_t* kept = list->begin() + (runs.a - list->begin());
+  kept = subtractEntries(runs, kept, list->end());
+  return keepUpTo(list, moveDown(kept, runs.a, list->end()));
 }
 
 // How many times longer one side must be for searching it to pay; `longer` is its length.

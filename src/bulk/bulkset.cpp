@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 
+#include "bulk/listmerge.h"
 #include "bulk/sort.h"
 #include "tree/bitlist.h"
 #include "tree/leafcreation.h"
@@ -10,6 +11,8 @@
 #include "tree/path.h"
 #include "tree/splitlist.h"
 #include "tree/treeroots.h"
+#include "words/densewords.h"
+#include "words/gatherwords.h"
 
 namespace {
 
@@ -47,8 +50,25 @@ int runLength(const uint64_t* cur, long most, unsigned long stop) {
   return static_cast<int>(ascending == below ? below : firstNotBelow(cur, ascending, stop));
 }
 
-// Stores the array elements from `cur` on that belong to this list, each run of them between two entries with one gap
-// and one copy. Returns false when the list is full and a further element belongs to it.
+// Numbers and entries for each number that make a merge cheaper than a gap for each run.
+constexpr long MERGED_NUMBERS = 8;
+constexpr long MERGED_ENTRIES = 32;
+
+// How many of the elements from `cur` on, which are below `limit` from the first, are to be merged into `list` at
+// `pos`: as many as it has room for, or 0 if a gap for each run of them is cheaper.
+long mergeLength(const RepBitListContentsSType& list, const uint64_t* pos, const uint64_t* cur, const uint64_t* end,
+                 unsigned long limit) {
+  const long most = std::min<long>(BM_BIT_LIST_CAPACITY - list.count, end - cur);
+  if (most < MERGED_NUMBERS || pos == list.end() || cur[MERGED_NUMBERS - 1] < *pos) return 0;
+  const long count = ascendingRun(cur, firstNotBelow(cur, most, limit));
+  if (count < MERGED_NUMBERS || cur[count - 1] >= limit) return 0;
+  const long entriesBetween = firstNotBelow(pos, list.end() - pos, cur[count - 1]);
+  return entriesBetween <= MERGED_ENTRIES * count ? count : 0;
+}
+
+// Stores the array elements from `cur` on that belong to this list: merged with its entries where they fall between
+// many of them, otherwise each run between two entries with one gap and one copy. Returns false when the list is full
+// and a further element belongs to it.
 bool setInList(BulkSet* walk, RepBitListPageSType* page) {
   RepBitListContentsSType& list = page->contents;
   const unsigned long leafKey = walk->path.levels[0].firstBit;
@@ -65,6 +85,12 @@ bool setInList(BulkSet* walk, RepBitListPageSType* page) {
     if (walk->cur == walk->end || *walk->cur >= stop || *walk->cur < leafKey) continue;
     const long room = BM_BIT_LIST_CAPACITY - list.count;
     if (room <= 0) return false;
+    if (const long merged = mergeLength(list, pos, walk->cur, walk->end, limit); merged > 0) {
+      walk->newlySet += static_cast<unsigned long>(mergeIntoList(&list, pos, walk->cur, merged, &pos));
+      setBlCount_SET_DIRTY(walk->pc, walk->root, page, list.count);
+      walk->cur += merged;
+      continue;
+    }
     const int take = runLength(walk->cur, std::min(room, walk->end - walk->cur), stop);
     uint64_t* gap = openListGap(&list, pos, take);
     HostAsmMemcpySmallWords(gap, walk->cur, static_cast<unsigned long>(take));
@@ -94,9 +120,19 @@ const uint64_t* setDenseBits(uint64_t* words, unsigned long base, const uint64_t
   return cur;
 }
 
+// Numbers of one span from which on they are gathered as words before they meet the leaf.
+constexpr long GATHERED_NUMBERS = 1024;
+
 void setInDenseLeaf(BulkSet* walk, RepBmLeafPageSType* leaf) {
+  const unsigned long base = walk->path.levels[1].firstBit;
   int added;
-  walk->cur = setDenseBits(leaf->words, walk->path.levels[1].firstBit, walk->cur, walk->end, &added);
+  if (walk->end - walk->cur >= GATHERED_NUMBERS && walk->cur[GATHERED_NUMBERS - 1] - base < BM_LEAF_BITS) {
+    uint64_t gathered[BM_SPAN_WORDS] = {};
+    walk->cur = gatherWords(walk->cur, walk->end, base, gathered);
+    added = orWords(leaf->words, gathered);
+  } else {
+    walk->cur = setDenseBits(leaf->words, base, walk->cur, walk->end, &added);
+  }
   leaf->bitsSet += added;
   walk->newlySet += static_cast<unsigned long>(added);
   TreeAccess(walk->pc, *walk->root).markDirty(&leaf->hdr);

@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "bulk/widesort.h"
+#include "words/widesort.h"
 
 namespace {
 

@@ -6,6 +6,7 @@
 #include "tree/bitlist.h"
 #include "tree/pageaccess.h"
 #include "tree/path.h"
+#include "words/densescan.h"
 
 namespace {
 
@@ -52,7 +53,13 @@ bool ClearSearch::searchList(const RepBitListContentsSType& list) {
 // A candidate beyond the leaf is pulled back to its end. Meant.
 bool ClearSearch::searchDenseLeaf(const RepBmLeafPageSType& leaf, uint64_t base) {
   uint64_t offset = candidate - base;
-  while (offset < BM_LEAF_BITS) {
+  if (offset < BM_LEAF_BITS && room > 0 && base + BM_LEAF_BITS - 1 <= limit) {
+    const DenseStretch found = collectClearBits(leaf.words, static_cast<unsigned>(offset), base, room, out);
+    out += found.count;
+    room -= found.count;
+    offset = found.next;
+  }
+  while (offset < BM_LEAF_BITS) {  // up to a limit in this leaf, or to where the next call goes on
     offset = UtlFindFirstBitClear(leaf.words, static_cast<unsigned>(offset), BM_LEAF_BITS);
     if (offset >= BM_LEAF_BITS) break;
     candidate = base + offset;

@@ -6,13 +6,13 @@
 #include <algorithm>
 
 #include "bitmap.h"
-#include "query/densescan.h"
 #include "tree/bitlist.h"
 #include "tree/clearbit.h"
 #include "tree/pageaccess.h"
 #include "tree/path.h"
 #include "tree/treeroots.h"
 #include "tree/writeaccess.h"
+#include "words/densescan.h"
 
 namespace {
 

@@ -5,12 +5,12 @@
 #include <algorithm>
 
 #include "bitmap.h"
-#include "query/densescan.h"
 #include "tree/bitlist.h"
 #include "tree/findleaf.h"
 #include "tree/pageaccess.h"
 #include "tree/path.h"
 #include "tree/treeroots.h"
+#include "words/densescan.h"
 
 namespace {
 

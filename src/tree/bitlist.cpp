@@ -13,20 +13,7 @@ void moveEntries(const uint64_t* from, uint64_t* to, long entries) {
 // Places the list anew with its front at `front`, and a hole of `take` slots between the entries below `pos` and the
 // others. Returns the hole.
 uint64_t* placeWithHole(RepBitListContentsSType* list, uint64_t* pos, int take, int front) {
-  uint64_t* oldFirst = list->begin();
-  const long below = pos - oldFirst;
-  const long above = list->count - below;
-  uint64_t* newFirst = list->entries + front;
-  uint64_t* hole = newFirst + below;
-  if (newFirst < oldFirst) {
-    moveEntries(oldFirst, newFirst, below);
-    if (hole + take != pos) moveEntries(pos, hole + take, above);
-  } else {
-    moveEntries(pos, hole + take, above);
-    moveEntries(oldFirst, newFirst, below);
-  }
-  list->firstOffset = front;
-  return hole;
+  return replaceEntries(list, pos, 0, take, front);
 }
 
 }  // namespace
@@ -90,6 +77,21 @@ uint64_t* openListGap(RepBitListContentsSType* list, uint64_t* pos, int take) {
     return pos - take;
   }
   return placeWithHole(list, pos, take, want);
+}
+
+uint64_t* replaceEntries(RepBitListContentsSType* list, uint64_t* pos, long replaced, long written, int front) {
+  uint64_t* oldFirst = list->begin();
+  const uint64_t* rest = pos + replaced;
+  const long below = pos - oldFirst;
+  const long above = list->end() - rest;
+  uint64_t* newFirst = list->entries + front;
+  uint64_t* hole = newFirst + below;
+  uint64_t* newRest = hole + written;
+  if (newFirst < oldFirst) moveEntries(oldFirst, newFirst, below);
+  if (newRest != rest) moveEntries(rest, newRest, above);
+  if (newFirst > oldFirst) moveEntries(oldFirst, newFirst, below);
+  list->firstOffset = front;
+  return hole;
 }
 
 void DELETE_BIT_FROM_BITLIST(RepBitListContentsSType* list, unsigned long* slot) {

@@ -49,5 +49,9 @@ void DELETE_BIT_FROM_BITLIST(RepBitListContentsSType* list, unsigned long* slot)
 // first slot of the gap; `count` is the caller's to raise. count + take is at most 2043.
 uint64_t* openListGap(RepBitListContentsSType* list, uint64_t* pos, int take);
 
+// Makes room for `written` entries in place of the `replaced` ones, not more, that begin at `pos`, and moves the
+// front to `front`. Returns the first slot of that room, whose contents mean nothing; `count` is the caller's to set.
+uint64_t* replaceEntries(RepBitListContentsSType* list, uint64_t* pos, long replaced, long written, int front);
+
 // Sets `count`, recomputes bytesUsed and marks the page dirty.
 void setBlCount_SET_DIRTY(PageCacheSType* pc, RepTreeRootSType* root, RepBitListPageSType* page, int newCount);

@@ -1,6 +1,6 @@
-#include "algebra/densewords.h"
+#include "words/densewords.h"
 
-#include "wide/processor.h"
+#include "words/processor.h"
 
 // Each loop is compiled twice, for the plain machine and for wide vectors, and chosen anew for every span: one test
 // against 2043 words. (Functions resolved at load time would run before a sanitizer is ready for them.)

@@ -1,6 +1,8 @@
-#include "query/densescan.h"
+#include "words/densescan.h"
 
 #include <algorithm>
+
+#include "words/widescan.h"
 
 namespace {
 
@@ -29,15 +31,15 @@ void clearPositions(uint64_t* words, unsigned start, unsigned next) {
   if (lastWord < BM_BIT_LIST_CAPACITY) words[lastWord] &= bitsFrom(next);
 }
 
-}  // namespace
-
-DenseStretch collectSetBits(const uint64_t* words, unsigned start, unsigned long base, unsigned long room,
-                            uint64_t* out) {
+// `empty` is a word without a bit that is looked for: 0, or all ones when clear bits are.
+template <uint64_t empty>
+DenseStretch collectPlain(const uint64_t* words, unsigned start, unsigned long base, unsigned long room,
+                          uint64_t* out) {
   const uint64_t* const outStart = out;
   const uint64_t* const outEnd = out + room;
   if (start >= BM_LEAF_BITS) return {0, BM_LEAF_BITS};
   unsigned index = start >> 6;
-  uint64_t word = words[index] & bitsFrom(start);
+  uint64_t word = (words[index] ^ empty) & bitsFrom(start);
   for (;;) {
     const unsigned long wordBase = base + (static_cast<unsigned long>(index) << 6);
     if (outEnd - out < 64) {
@@ -49,9 +51,33 @@ DenseStretch collectSetBits(const uint64_t* words, unsigned start, unsigned long
       out = word == ~uint64_t{0} ? writeFullWord(wordBase, out) : writeBits(word, wordBase, out);
     }
     if (++index == BM_BIT_LIST_CAPACITY) return {static_cast<unsigned long>(out - outStart), BM_LEAF_BITS};
-    word = words[index];
+    word = words[index] ^ empty;
   }
   return {room, static_cast<unsigned>(out[-1] - base) + 1};
+}
+
+}  // namespace
+
+DenseStretch collectSetBitsPlain(const uint64_t* words, unsigned start, unsigned long base, unsigned long room,
+                                 uint64_t* out) {
+  return collectPlain<0>(words, start, base, room, out);
+}
+
+DenseStretch collectClearBitsPlain(const uint64_t* words, unsigned start, unsigned long base, unsigned long room,
+                                   uint64_t* out) {
+  return collectPlain<~uint64_t{0}>(words, start, base, room, out);
+}
+
+DenseStretch collectSetBits(const uint64_t* words, unsigned start, unsigned long base, unsigned long room,
+                            uint64_t* out) {
+  return canScanWide() ? collectSetBitsWide(words, start, base, room, out)
+                       : collectSetBitsPlain(words, start, base, room, out);
+}
+
+DenseStretch collectClearBits(const uint64_t* words, unsigned start, unsigned long base, unsigned long room,
+                              uint64_t* out) {
+  return canScanWide() ? collectClearBitsWide(words, start, base, room, out)
+                       : collectClearBitsPlain(words, start, base, room, out);
 }
 
 DenseStretch takeSetBits(uint64_t* words, unsigned start, unsigned long base, unsigned long room, uint64_t* out) {

@@ -1,4 +1,4 @@
-#include "algebra/densewords.h"
+#include "words/densewords.h"
 
 #include <gtest/gtest.h>
 

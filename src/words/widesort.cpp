@@ -1,8 +1,9 @@
-#include "bulk/widesort.h"
+#include "words/widesort.h"
 
 #include <algorithm>
+#include <array>
 
-#include "wide/processor.h"
+#include "words/processor.h"
 
 #if BM_WIDE_VECTORS
 
@@ -13,8 +14,10 @@
 namespace {
 
 constexpr long LANES = 8;
-constexpr long SMALL_PART = 16;     // elements that are sorted by counting
-constexpr long SAMPLED_PART = 512;  // elements from which on the pivot is chosen among samples
+constexpr __mmask8 ALL_LANES = 0xFF;  // g++ 12 takes the forms without a mask for uses of an undefined register
+constexpr long SMALL_PART = 16;       // elements that are sorted by counting
+constexpr long LARGE_PART = 64;       // elements from which on four vectors are partitioned in a row
+constexpr long SAMPLED_PART = 512;    // elements from which on the pivot is chosen among samples
 constexpr long SAMPLES = 15;
 constexpr int STACK_PARTS = 64;  // the smaller part goes first, so the depth is a logarithm
 
@@ -50,6 +53,22 @@ WITH_AVX512 void sortSmall(uint64_t* first, long count) {
   }
 }
 
+// For each set of lanes the order that puts them in front of the others, a byte for each lane.
+constexpr std::array<uint64_t, 256> lanesInFront() {
+  std::array<uint64_t, 256> orders{};
+  for (uint64_t lanes = 0; lanes < orders.size(); ++lanes) {
+    int next = 0;
+    for (const bool chosen : {true, false}) {
+      for (uint64_t lane = 0; lane < LANES; ++lane) {
+        if (((lanes >> lane & 1) != 0) == chosen) orders[lanes] |= lane << (8 * next++);
+      }
+    }
+  }
+  return orders;
+}
+
+constexpr std::array<uint64_t, 256> LANES_IN_FRONT = lanesInFront();
+
 // Where the two ends of a part have been written and read. The slots between what is written and what is read are
 // free; there are always as many as words are held in registers.
 struct Ends {
@@ -58,44 +77,73 @@ struct Ends {
   uint64_t* readAbove;
   uint64_t* writtenAbove;
 
-  bool lessRoomBelow() const { return readBelow - writtenBelow <= writtenAbove - readAbove; }
+  long left() const { return readAbove - readBelow; }
+
+  // The next `count` words of the end that has less room, so that it gets more.
+  const uint64_t* take(long count) {
+    if (readBelow - writtenBelow <= writtenAbove - readAbove) {
+      readBelow += count;
+      return readBelow - count;
+    }
+    readAbove -= count;
+    return readAbove;
+  }
 };
 
-// Writes the chosen `lanes` of `words` to the end that they belong to.
-WITH_AVX512 inline void deal(Ends& ends, __m512i words, __m512i pivot, __mmask8 lanes) {
+// Writes `words` to the end that each belongs to. Both ends are written whole, what does not belong there to free
+// slots: each has room for a vector, or they share the only one left and write the same.
+WITH_AVX512 inline void deal(Ends& ends, __m512i words, __m512i pivot) {
+  const __mmask8 below = _mm512_cmplt_epu64_mask(words, pivot);
+  const __m128i order = _mm_cvtsi64_si128(static_cast<long long>(LANES_IN_FRONT[below]));
+  const __m512i ordered =
+      _mm512_maskz_permutexvar_epi64(ALL_LANES, _mm512_maskz_cvtepu8_epi64(ALL_LANES, order), words);
+  const long belowCount = _mm_popcnt_u32(below);
+  _mm512_storeu_si512(ends.writtenBelow, ordered);
+  _mm512_storeu_si512(ends.writtenAbove - LANES, ordered);
+  ends.writtenBelow += belowCount;
+  ends.writtenAbove -= LANES - belowCount;
+}
+
+// The same for the first `count` lanes, less than all.
+WITH_AVX512 inline void dealSome(Ends& ends, __m512i words, __m512i pivot, long count) {
+  const __mmask8 lanes = lowLanes(count);
   const __mmask8 below = _mm512_mask_cmplt_epu64_mask(lanes, words, pivot);
   const auto above = static_cast<__mmask8>(lanes & ~below);
   const long belowCount = _mm_popcnt_u32(below);
-  const long aboveCount = _mm_popcnt_u32(above);
+  const long aboveCount = count - belowCount;
   _mm512_mask_storeu_epi64(ends.writtenBelow, lowLanes(belowCount), _mm512_maskz_compress_epi64(below, words));
   ends.writtenBelow += belowCount;
   ends.writtenAbove -= aboveCount;
   _mm512_mask_storeu_epi64(ends.writtenAbove, lowLanes(aboveCount), _mm512_maskz_compress_epi64(above, words));
 }
 
-// Moves the words below `pivot` before the others. A part has at least 16 words.
+// Moves the words below `pivot` before the others, `VECTORS` vectors between two choices of the end to read from. A
+// part has at least 2 * VECTORS vectors.
+template <int VECTORS>
 WITH_AVX512 Halves splitByVectors(const Part& part, uint64_t pivotWord) {
+  constexpr long BLOCK = VECTORS * LANES;
   const __m512i pivot = _mm512_set1_epi64(static_cast<long long>(pivotWord));
-  const __m512i firstWords = _mm512_loadu_si512(part.first);
-  const __m512i lastWords = _mm512_loadu_si512(part.end - LANES);
-  Ends ends{part.first, part.first + LANES, part.end - LANES, part.end};
-  while (ends.readAbove - ends.readBelow >= LANES) {
-    __m512i words;
-    if (ends.lessRoomBelow()) {
-      words = _mm512_loadu_si512(ends.readBelow);
-      ends.readBelow += LANES;
-    } else {
-      ends.readAbove -= LANES;
-      words = _mm512_loadu_si512(ends.readAbove);
-    }
-    deal(ends, words, pivot, lowLanes(LANES));
+  __m512i held[2 * VECTORS];
+  for (int i = 0; i < VECTORS; ++i) {
+    held[i] = _mm512_loadu_si512(part.first + i * LANES);
+    held[VECTORS + i] = _mm512_loadu_si512(part.end - BLOCK + i * LANES);
   }
-  const __mmask8 rest = lowLanes(ends.readAbove - ends.readBelow);
-  const __m512i restWords = _mm512_maskz_loadu_epi64(rest, ends.readBelow);
-  deal(ends, restWords, pivot, rest);
-  deal(ends, firstWords, pivot, lowLanes(LANES));
-  deal(ends, lastWords, pivot, lowLanes(LANES));
+  Ends ends{part.first, part.first + BLOCK, part.end - BLOCK, part.end};
+  while (ends.left() >= BLOCK) {
+    const uint64_t* from = ends.take(BLOCK);
+    __m512i words[VECTORS];
+    for (int i = 0; i < VECTORS; ++i) words[i] = _mm512_loadu_si512(from + i * LANES);
+    for (int i = 0; i < VECTORS; ++i) deal(ends, words[i], pivot);
+  }
+  while (ends.left() >= LANES) deal(ends, _mm512_loadu_si512(ends.take(LANES)), pivot);
+  const long rest = ends.left();
+  dealSome(ends, _mm512_maskz_loadu_epi64(lowLanes(rest), ends.readBelow), pivot, rest);
+  for (const __m512i words : held) deal(ends, words, pivot);
   return {{part.first, ends.writtenBelow}, {ends.writtenBelow, part.end}};
+}
+
+WITH_AVX512 Halves splitAround(const Part& part, uint64_t pivot) {
+  return part.size() >= LARGE_PART ? splitByVectors<4>(part, pivot) : splitByVectors<1>(part, pivot);
 }
 
 // A word near the middle of a large part, the middle one of evenly spread samples, or that in the middle of a small
@@ -112,10 +160,10 @@ uint64_t choosePivot(const Part& part) {
 // lies below them, so repeats cost no more than one further pass.
 Halves split(const Part& part) {
   const uint64_t pivot = choosePivot(part);
-  const Halves halves = splitByVectors(part, pivot);
+  const Halves halves = splitAround(part, pivot);
   if (halves.below.size() > 0) return halves;
   if (pivot == ~uint64_t{0}) return {{part.end, part.end}, {part.end, part.end}};
-  return {{part.first, part.first}, splitByVectors(part, pivot + 1).above};
+  return {{part.first, part.first}, splitAround(part, pivot + 1).above};
 }
 
 }  // namespace
