@@ -13,10 +13,8 @@ class JudySet final : public NumberSet {
  public:
   ~JudySet() override { Judy1FreeArray(&array_, nullptr); }
 
-  void loadSorted(std::span<const uint64_t> numbers) override {
-    if (numbers.empty()) return;
-    if (Judy1SetArray(&array_, numbers.size(), numbers.data(), nullptr) != 1) giveUp("Judy1SetArray failed");
-  }
+  // Not Judy1SetArray: it writes outside its memory with some sets.
+  void loadSorted(std::span<const uint64_t> numbers) override { insertEach(numbers); }
 
   void loadUnsorted(std::span<uint64_t> numbers) override { insertEach(numbers); }
 
@@ -161,8 +159,9 @@ class JudySet final : public NumberSet {
 }  // namespace
 
 Competitor judyCompetitor() {
-  return {"Judy1", BENCH_JUDY_VERSION,
-          "Judy1SetArray for sorted numbers; it has no operations on two sets, so loops over one that test or change "
-          "the other; files of plain 8-byte numbers",
-          false, [] { return std::make_unique<JudySet>(); }};
+  return {
+      "Judy1", BENCH_JUDY_VERSION,
+      "number by number, as Judy1SetArray of this version damages some sets; it has no operations on two sets, so "
+      "loops over one that test or change the other; files of plain 8-byte numbers",
+      false, [] { return std::make_unique<JudySet>(); }};
 }
