@@ -102,7 +102,8 @@ int clearBySearchingList(RepBitListContentsSType* list, BitRun& run) {
 int clearByMerging(RepBitListContentsSType* list, BitRun& run) {
   const BitRun all = run;
   run.jumpToEnd();
-  EntryRuns runs{list->begin(), list->end(), all.cursor, run.cursor};
+  EntryRuns runs{list->begin() + firstNotBelow(list->begin(), list->count, *all.cursor), list->end(), all.cursor,
+                 run.cursor};
   if (!skipToShared(runs)) {
     // The element above all entries, if the list owns one, has been looked at and counts as used.
     const unsigned long* above = all.cursor + firstNotBelow(all.cursor, run.cursor - all.cursor, list->end()[-1] + 1);
@@ -159,6 +160,7 @@ struct BulkClear {
   unsigned long total;
 
   void clearInListLeaf(RepBitListPageSType* page, const BmPathSType& path);
+  void passBitsAboveEntries(const RepBitListContentsSType& list, const BmPathSType& path);
   void clearInDenseLeaf(RepBmLeafPageSType* page);
   void passBrokenLeaf(RepPageHdrSType* page, const BmPathSType& path);
   bool clearInNextLeaf();
@@ -173,11 +175,19 @@ void BulkClear::clearInListLeaf(RepBitListPageSType* page, const BmPathSType& pa
   if (cleared == 0 && run.cursor == cursor) ++run.cursor;  // a value that no leaf owns: 2^40 or more
   cursor = run.cursor;
   total += static_cast<unsigned long>(cleared);
-  if (!changed) return;
+  if (!changed) return passBitsAboveEntries(page->contents, path);
   setBlCount_SET_DIRTY(pc, root, page, page->contents.count);
   if (page->contents.count > 0) return;
   disposeLeafForBit(pc, root, bit);
   run.skipToEnd();  // their leaf has gone
+  cursor = run.cursor;
+}
+
+// The elements that the leaf owns but has no entry for, so that they are not looked for one by one.
+void BulkClear::passBitsAboveEntries(const RepBitListContentsSType& list, const BmPathSType& path) {
+  if (cursor == end || *cursor <= list.end()[-1]) return;
+  BitRun run{cursor, end, listLeafLimit(*root, path) - 1};
+  run.skipToEnd();
   cursor = run.cursor;
 }
 

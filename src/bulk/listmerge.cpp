@@ -5,49 +5,103 @@
 
 namespace {
 
-// A merge of entries and numbers. `newBelow[i]` is how many of the numbers are new and lie below entry i, as far as
-// entries have been passed.
-struct Merge {
-  uint64_t merged[BM_BIT_LIST_CAPACITY];
-  int newBelow[BM_BIT_LIST_CAPACITY + 1];
-  long passed = 0;   // entries
-  long written = 0;  // words of `merged`
+// A part of the entries and the numbers on their way into one ascending run: where it stands, as indexes of the three
+// arrays, and where the part ends.
+struct MergePart {
+  long entry, entriesEnd;
+  long number, numbersEnd;
+  long out;
 
-  int newNumbers() const { return static_cast<int>(written - passed); }
+  bool bothLeft() const { return entry != entriesEnd && number != numbersEnd; }
 };
 
-// Merges until the numbers run out. Every step writes, and moves on what is to be moved on, so that nothing is
-// guessed.
-void mergeInStep(const uint64_t* entries, long entryCount, const uint64_t* numbers, long count, Merge* merge) {
-  long i = 0;
-  long j = 0;
-  long k = 0;
-  while (i != entryCount && j != count) {
-    const uint64_t entry = entries[i];
-    const uint64_t number = numbers[j];
-    merge->newBelow[i] = static_cast<int>(k - i);
-    merge->merged[k++] = number < entry ? number : entry;
-    i += entry <= number;
-    j += number <= entry;
+// The merge of the entries of a list, from some entry on, with numbers. It goes in two parts at once, since a step
+// has to wait for what the one before it has chosen. Part 0 takes everything below the entry in the middle.
+class Merge {
+ public:
+  // `entryCount` entries do not lie above the last number.
+  Merge(const uint64_t* entries, long entryCount, const uint64_t* numbers, long count)
+      : entries_(entries), numbers_(numbers), middle_(entryCount / 2) {
+    const long below = entryCount == 0 ? 0 : firstNotBelow(numbers, count, entries[middle_]);
+    upperOut_ = middle_ + below;
+    MergePart lower{0, middle_, 0, below, 0};
+    MergePart upper{middle_, entryCount, below, count, upperOut_};
+    while (lower.bothLeft() && upper.bothLeft()) {
+      step(lower);
+      step(upper);
+    }
+    while (lower.bothLeft()) step(lower);
+    while (upper.bothLeft()) step(upper);
+    finish(lower);
+    while (lower.entry != lower.entriesEnd) passEntry(lower);
+    finish(upper);
+    lowerEnd_ = lower.out;
+    upperEnd_ = upper.out;
+    passed_ = upper.entry;
+    newBelow_[passed_] = upper.out - upper.entry;
   }
-  merge->passed = i;
-  for (; j != count; ++j) merge->merged[k++] = numbers[j];
-  merge->written = k;
-  merge->newBelow[i] = merge->newNumbers();
-}
+
+  // Entries that are part of the result.
+  long passed() const { return passed_; }
+  long written() const { return lowerEnd_ + upperEnd_ - upperOut_; }
+  int newNumbers() const { return static_cast<int>(written() - passed_); }
+
+  // How many new numbers lie below entry `index`, at most the one behind those passed.
+  int newBelow(long index) const {
+    const long skipped = index < middle_ ? 0 : upperOut_ - lowerEnd_;
+    return static_cast<int>(newBelow_[index] - skipped);
+  }
+
+  void copyTo(uint64_t* target) const {
+    HostAsmMemcpySmallWords(target, merged_, static_cast<unsigned long>(lowerEnd_));
+    HostAsmMemcpySmallWords(target + lowerEnd_, merged_ + upperOut_,
+                            static_cast<unsigned long>(upperEnd_ - upperOut_));
+  }
+
+ private:
+  // Every step writes, and moves on what is to be moved on, so that nothing is guessed.
+  void step(MergePart& part) {
+    const uint64_t entry = entries_[part.entry];
+    const uint64_t number = numbers_[part.number];
+    newBelow_[part.entry] = part.out - part.entry;
+    merged_[part.out++] = number < entry ? number : entry;
+    part.entry += entry <= number;
+    part.number += number <= entry;
+  }
+
+  void passEntry(MergePart& part) {
+    newBelow_[part.entry] = part.out - part.entry;
+    merged_[part.out++] = entries_[part.entry++];
+  }
+
+  // The numbers that lie above all entries of the part.
+  void finish(MergePart& part) {
+    while (part.number != part.numbersEnd) merged_[part.out++] = numbers_[part.number++];
+  }
+
+  const uint64_t* entries_;
+  const uint64_t* numbers_;
+  long middle_;
+  long upperOut_;  // where part 1 begins to write; behind part 0 there is room for numbers that turn out to be there
+  long lowerEnd_, upperEnd_;
+  long passed_;
+  uint64_t merged_[BM_BIT_LIST_CAPACITY];
+  long newBelow_[BM_BIT_LIST_CAPACITY + 1];
+};
 
 // The front of `list` after the new numbers have been stored run by run; `before` entries lie below those that the
 // merge began with.
 int frontAfter(const RepBitListContentsSType& list, long before, const Merge& merge) {
+  const int mostCount = list.count + merge.newNumbers();
   int front = list.firstOffset;
   int stored = 0;
-  for (long i = 0; i <= merge.passed; ++i) {
-    const int take = merge.newBelow[i] - stored;
+  for (long i = 0; i <= merge.passed(); ++i) {
+    const int take = merge.newBelow(i) - stored;
     const int newCount = list.count + stored + take;
-    const long below = before + i + stored;
-    const long above = list.count - before - i;
+    const bool tailMoves = before + i + stored >= list.count - before - i;
+    if (tailMoves && mostCount + front <= BM_BIT_LIST_CAPACITY) break;  // and so will all that follow
     const bool tailHasRoom = newCount + front <= BM_BIT_LIST_CAPACITY;
-    const bool frontMoves = take != 0 && !(tailHasRoom && below >= above);
+    const bool frontMoves = take != 0 && !(tailHasRoom && tailMoves);
     const int moved = tailHasRoom && take <= front ? front - take : frontGap(newCount);
     front = frontMoves ? moved : front;
     stored += take;
@@ -65,13 +119,12 @@ long ascendingRun(const uint64_t* numbers, long count) {
 
 int mergeIntoList(RepBitListContentsSType* list, uint64_t* pos, const uint64_t* numbers, long count,
                   uint64_t** posEnd) {
-  Merge merge;
   const long before = pos - list->begin();
-  mergeInStep(pos, list->count - before, numbers, count, &merge);
+  const Merge merge(pos, firstNotBelow(pos, list->count - before, numbers[count - 1] + 1), numbers, count);
   const int front = frontAfter(*list, before, merge);
-  uint64_t* hole = replaceEntries(list, pos, merge.passed, merge.written, front);
-  HostAsmMemcpySmallWords(hole, merge.merged, static_cast<unsigned long>(merge.written));
+  uint64_t* hole = replaceEntries(list, pos, merge.passed(), merge.written(), front);
+  merge.copyTo(hole);
   list->count += merge.newNumbers();
-  *posEnd = hole + merge.written;
+  *posEnd = hole + merge.written();
   return merge.newNumbers();
 }
