@@ -39,6 +39,8 @@ class Merge {
     upperEnd_ = upper.out;
     passed_ = upper.entry;
     newBelow_[passed_] = upper.out - upper.entry;
+    const long skipped = upperOut_ - lowerEnd_;
+    for (long i = middle_; skipped != 0 && i <= passed_; ++i) newBelow_[i] -= skipped;
   }
 
   // Entries that are part of the result.
@@ -47,10 +49,7 @@ class Merge {
   int newNumbers() const { return static_cast<int>(written() - passed_); }
 
   // How many new numbers lie below entry `index`, at most the one behind those passed.
-  int newBelow(long index) const {
-    const long skipped = index < middle_ ? 0 : upperOut_ - lowerEnd_;
-    return static_cast<int>(newBelow_[index] - skipped);
-  }
+  int newBelow(long index) const { return static_cast<int>(newBelow_[index]); }
 
   void copyTo(uint64_t* target) const {
     HostAsmMemcpySmallWords(target, merged_, static_cast<unsigned long>(lowerEnd_));
@@ -90,21 +89,25 @@ class Merge {
 };
 
 // The front of `list` after the new numbers have been stored run by run; `before` entries lie below those that the
-// merge began with.
+// merge began with. From some run on it is the tail that moves, which leaves the front unless there is no room.
 int frontAfter(const RepBitListContentsSType& list, long before, const Merge& merge) {
   const int mostCount = list.count + merge.newNumbers();
   int front = list.firstOffset;
   int stored = 0;
-  for (long i = 0; i <= merge.passed(); ++i) {
+  long i = 0;
+  for (; i <= merge.passed() && before + i + stored < list.count - before - i; ++i) {
     const int take = merge.newBelow(i) - stored;
-    const int newCount = list.count + stored + take;
-    const bool tailMoves = before + i + stored >= list.count - before - i;
-    if (tailMoves && mostCount + front <= BM_BIT_LIST_CAPACITY) break;  // and so will all that follow
-    const bool tailHasRoom = newCount + front <= BM_BIT_LIST_CAPACITY;
-    const bool frontMoves = take != 0 && !(tailHasRoom && tailMoves);
-    const int moved = tailHasRoom && take <= front ? front - take : frontGap(newCount);
-    front = frontMoves ? moved : front;
     stored += take;
+    if (take <= front && list.count + stored + front <= BM_BIT_LIST_CAPACITY) {
+      front -= take;
+    } else if (take > 0) {
+      front = frontGap(list.count + stored);
+    }
+  }
+  for (; i <= merge.passed() && mostCount + front > BM_BIT_LIST_CAPACITY; ++i) {
+    const int take = merge.newBelow(i) - stored;
+    stored += take;
+    if (take > 0 && list.count + stored + front > BM_BIT_LIST_CAPACITY) front = frontGap(list.count + stored);
   }
   return front;
 }
