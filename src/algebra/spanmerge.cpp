@@ -2,9 +2,9 @@
 
 #include <cstring>
 
+#include "tree/findleaf.h"
 #include "tree/leafcreation.h"
 #include "tree/pageaccess.h"
-#include "tree/path.h"
 #include "tree/treeroots.h"
 #include "words/densescan.h"
 #include "words/densewords.h"
@@ -35,8 +35,7 @@ constexpr int WORDS_PAY = 128;
 // nothing else would change.
 bool goesInWhole(PageCacheSType* pc, const RepTreeRootSType& destination, unsigned long base, int bits) {
   if (destination.level == 0) return false;
-  const FoundLeaf found = destination.treeKind == BM_HEAP_TREE ? leafFor(HeapAccess{}, destination, base)
-                                                               : leafFor(CachedAccess{pc}, destination, base);
+  const FoundLeaf found = findLeaf(pc, destination, base);
   return found.ref == 0 ? bits > BM_BIT_LIST_CAPACITY : keyIsDense(found.key) && bits >= WORDS_PAY;
 }
 

@@ -6,6 +6,7 @@
 #include "bulk/listmerge.h"
 #include "bulk/sort.h"
 #include "tree/bitlist.h"
+#include "tree/findleaf.h"
 #include "tree/leafcreation.h"
 #include "tree/pageaccess.h"
 #include "tree/path.h"
@@ -123,10 +124,15 @@ const uint64_t* setDenseBits(uint64_t* words, unsigned long base, const uint64_t
 // Numbers of one span from which on they are gathered as words before they meet the leaf.
 constexpr long GATHERED_NUMBERS = 1024;
 
-void setInDenseLeaf(BulkSet* walk, RepBmLeafPageSType* leaf) {
-  const unsigned long base = walk->path.levels[1].firstBit;
+// Whether the next `count` elements lie in the span at `base`, which holds the first one.
+bool stayInSpan(const BulkSet& walk, long count, unsigned long base) {
+  return walk.end - walk.cur >= count && walk.cur[count - 1] - base < BM_LEAF_BITS;
+}
+
+// Sets the elements from `cur` on that lie in the dense leaf at `base`.
+void setInDenseLeaf(BulkSet* walk, RepBmLeafPageSType* leaf, unsigned long base) {
   int added;
-  if (walk->end - walk->cur >= GATHERED_NUMBERS && walk->cur[GATHERED_NUMBERS - 1] - base < BM_LEAF_BITS) {
+  if (stayInSpan(*walk, GATHERED_NUMBERS, base)) {
     uint64_t gathered[BM_SPAN_WORDS] = {};
     walk->cur = gatherWords(walk->cur, walk->end, base, gathered);
     added = orWords(leaf->words, gathered);
@@ -136,6 +142,20 @@ void setInDenseLeaf(BulkSet* walk, RepBmLeafPageSType* leaf) {
   leaf->bitsSet += added;
   walk->newlySet += static_cast<unsigned long>(added);
   TreeAccess(walk->pc, *walk->root).markDirty(&leaf->hdr);
+}
+
+// Whether the next elements would go into a new list and make it dense: more of one span than a list can hold, where
+// no leaf owns them.
+bool willBeDense(const BulkSet& walk) {
+  return walk.root->level > 0 && stayInSpan(walk, BM_BIT_LIST_CAPACITY + 1, spanBase(*walk.cur)) &&
+         findLeaf(walk.pc, *walk.root, *walk.cur).ref == 0;
+}
+
+// The writable leaf for the next element; null when there is no page for it.
+RepPageHdrSType* leafForNext(BulkSet* walk) {
+  if (!willBeDense(*walk)) return locateOrCreateLeaf(walk->pc, walk->root, &walk->path, *walk->cur);
+  walk->path.levels[1].firstBit = spanBase(*walk->cur);
+  return locateOrCreateBmLeaf(walk->pc, walk->root, spanBase(*walk->cur));
 }
 
 }  // namespace
@@ -148,13 +168,13 @@ BulkSetResult setSortedBits(PageCacheSType* pc, RepTreeRootSType* root, const un
   while (walk.cur != end) {
     const uint64_t* before = walk.cur;
     if (*walk.cur >= BM_END_BIT) return {walk.newlySet, BulkSetEnd::noLeaf};  // no leaf can own it
-    RepPageHdrSType* page = locateOrCreateLeaf(pc, root, &walk.path, *walk.cur);
+    RepPageHdrSType* page = leafForNext(&walk);
     if (page == nullptr) return {walk.newlySet, BulkSetEnd::noLeaf};
     if (page->pageKind == REP_BIT_LIST_PAGE) {
       const bool stored = setInList(&walk, asListPage(page));
       if (!stored && splitBitList(pc, root, *walk.cur, 0) == 0) return {walk.newlySet, BulkSetEnd::noSplit};
     } else if (page->pageKind == REP_BM_LEAF_PAGE) {
-      setInDenseLeaf(&walk, asDensePage(page));
+      setInDenseLeaf(&walk, asDensePage(page), walk.path.levels[1].firstBit);
       if (walk.cur == before) return {walk.newlySet, BulkSetEnd::noLeaf};  // a dense root, which owns one span only
     } else {
       ReportLeafFault(pc, walk.path.levels[0].pageId, page, root->treeKind, __LINE__);

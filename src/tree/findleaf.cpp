@@ -1,7 +1,5 @@
 #include "tree/findleaf.h"
 
-#include "tree/path.h"
-
 namespace {
 
 // Descends a tree of level 1 or 2 with the access of its kind.
@@ -48,4 +46,8 @@ RepPageHdrSType* heapLeafFor(const RepTreeRootSType& root, unsigned long bit) {
   RepPageHdrSType* page = HeapAccess::leaf(leafFor(StrictHeapAccess{}, root, bit).ref);
   const bool isLeaf = page != nullptr && (page->pageKind == REP_BM_LEAF_PAGE || page->pageKind == REP_BIT_LIST_PAGE);
   return isLeaf ? page : nullptr;
+}
+
+FoundLeaf findLeaf(PageCacheSType* pc, const RepTreeRootSType& root, unsigned long bit) {
+  return root.treeKind == BM_HEAP_TREE ? leafFor(HeapAccess{}, root, bit) : leafFor(CachedAccess{pc}, root, bit);
 }

@@ -1,4 +1,4 @@
-// Ascending numbers of one span as words, against setting bit after bit.
+// Ascending numbers of one span as words, with wide vectors and without, against setting bit after bit.
 #include "words/gatherwords.h"
 
 #include <algorithm>
@@ -20,10 +20,12 @@ void expectGathered(const Words& numbers) {
     if (position >= BM_LEAF_BITS || (taken > 0 && numbers[taken] <= numbers[taken - 1])) break;
     expected[position >> 6] |= uint64_t{1} << (position & 63);
   }
-  Words words(BM_BIT_LIST_CAPACITY);
-  const uint64_t* stop = gatherWords(numbers.data(), numbers.data() + numbers.size(), base, words.data());
-  EXPECT_EQ(stop - numbers.data(), static_cast<ptrdiff_t>(taken));
-  EXPECT_EQ(words, expected);
+  for (const auto gather : {gatherWords, gatherWordsPlain}) {
+    Words words(BM_BIT_LIST_CAPACITY);
+    const uint64_t* stop = gather(numbers.data(), numbers.data() + numbers.size(), base, words.data());
+    EXPECT_EQ(stop - numbers.data(), static_cast<ptrdiff_t>(taken));
+    EXPECT_EQ(words, expected);
+  }
 }
 
 Words runOf(uint64_t first, uint64_t count) {
@@ -45,7 +47,7 @@ TEST(GatherWordsTest, AWholeSpanAndWhatFollowsIt) {
 }
 
 TEST(GatherWordsTest, NumbersThatDoNotAscendEndTheRun) {
-  for (const size_t place : {1, 5, 63, 64, 65, 100}) {
+  for (const size_t place : {1, 5, 7, 8, 9, 15, 16, 17, 63, 64, 65, 100, 199}) {
     Words numbers = runOf(base + 10, 200);
     numbers[place] = numbers[place - 1];
     expectGathered(numbers);
