@@ -200,6 +200,39 @@ TEST_P(IntersectionTest, ManySharedBitsOfASpanBecomeADenseLeaf) {
   EXPECT_EQ(shapeOf(result), "[1 dense 2044]");
 }
 
+TEST_P(IntersectionTest, TheResultHasTheShapeThatItsBitsHaveAsAnArray) {
+  Random random(testSeed());
+  for (int round = 0; round < 12; ++round) {
+    Bits ofA, ofB;
+    for (uint64_t number = 0; number < 8; ++number) {
+      const uint64_t oneIn = uint64_t{1} << random.below(10);
+      for (uint64_t i = 0; i < BM_LEAF_BITS; i += 1 + random.below(oneIn)) {
+        if (!random.oneIn(3)) ofA.push_back(span(number) + i);
+        if (!random.oneIn(3)) ofB.push_back(span(number) + i);
+      }
+    }
+    RepTreeRootSType& a = newTree();
+    RepTreeRootSType& b = newTree(BM_HEAP_TREE);
+    BmSetBitsFromSortedArray_(&host, &a, ofA.data(), ofA.data() + ofA.size());
+    BmSetBitsFromSortedArray_(&host, &b, ofB.data(), ofB.data() + ofB.size());
+    Bits shared;
+    std::set_intersection(ofA.begin(), ofA.end(), ofB.begin(), ofB.end(), std::back_inserter(shared));
+    RepTreeRootSType& result = newTree();
+    RepTreeRootSType& expected = newTree();
+    if (round % 2 == 1) {  // a result that has a leaf already
+      BmSetBitRange_(&host, &result, span(3), span(3) + 5000);
+      BmSetBitRange_(&host, &expected, span(3), span(3) + 5000);
+    }
+    intersect(a, b, result);
+    for (size_t i = 0; i < shared.size(); i += 256) {
+      const uint64_t* first = shared.data() + i;
+      BmSetBitsFromSortedArray_(&host, &expected, first, first + std::min<size_t>(256, shared.size() - i));
+    }
+    EXPECT_EQ(withoutFronts(shapeOf(result)), withoutFronts(shapeOf(expected)));
+    EXPECT_EQ(bitsOf(result), bitsOf(expected));
+  }
+}
+
 TEST_P(IntersectionTest, LongListsAreSearchedAndLikeOnesMerged) {
   Random random(testSeed());
   for (const auto& [ofA, ofB] : {std::pair{2043, 3}, {3, 2043}, {2043, 2043}, {100, 2000}, {127, 2043}}) {

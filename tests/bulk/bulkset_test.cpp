@@ -286,6 +286,51 @@ TEST_P(BulkSetTest, TaggedPageIdsThatDifferInTheTagAreOneBit) {
   expectSound(tree, {4, 7, 9});
 }
 
+// Ascending bits of many densities: empty spans, spans of some bits, and spans of more than a list can hold.
+std::vector<uint64_t> bitsOfSpans(Random& random, uint64_t firstSpan, uint64_t spans) {
+  std::vector<uint64_t> bits;
+  for (uint64_t number = firstSpan; number < firstSpan + spans; ++number) {
+    const uint64_t oneIn = random.oneIn(3) ? 0 : uint64_t{1} << random.below(13);
+    const uint64_t first = random.oneIn(2) ? 0 : random.below(BM_LEAF_BITS);
+    for (uint64_t i = first; oneIn > 0 && i < BM_LEAF_BITS; i += 1 + random.below(2 * oneIn)) {
+      bits.push_back(span(number) + i);
+    }
+  }
+  return bits;
+}
+
+// The same bits in arrays too short to show that a span will be dense.
+unsigned long setInPieces(TestHost& host, RepTreeRootSType& tree, const std::vector<uint64_t>& bits) {
+  unsigned long newlySet = 0;
+  for (size_t i = 0; i < bits.size(); i += 500) {
+    const uint64_t* first = bits.data() + i;
+    newlySet += BmSetBitsFromSortedArray_(&host, &tree, first, first + std::min<size_t>(500, bits.size() - i));
+  }
+  return newlySet;
+}
+
+TEST_P(BulkSetTest, OneArrayMakesTheLeavesThatItsPiecesMake) {
+  Random random(testSeed());
+  for (int round = 0; round < 6; ++round) {
+    RepTreeRootSType& whole = newTree();
+    RepTreeRootSType& pieces = newTree();
+    whole.denseLeaves = pieces.denseLeaves = round % 3 == 2;
+    // dense leaves to lie between, before and behind; then bits all around them, and a second time over those
+    for (const uint64_t number : {4, 7, 8, 12}) {
+      const std::vector<uint64_t> dense = steps(span(number), 3000, 40);
+      EXPECT_EQ(setAll(whole, dense), setInPieces(host, pieces, dense));
+    }
+    for (int turn = 0; turn < 2; ++turn) {
+      const std::vector<uint64_t> bits = bitsOfSpans(random, turn, 16);
+      EXPECT_EQ(setAll(whole, bits), setInPieces(host, pieces, bits));
+    }
+    EXPECT_EQ(withoutFronts(shapeOf(whole)), withoutFronts(shapeOf(pieces)));
+    EXPECT_EQ(bitsOf(whole), bitsOf(pieces));
+    expectSound(whole);
+    if (round % 2 == 0) moveStampOn();
+  }
+}
+
 TEST_P(BulkSetTest, RandomArraysAgreeWithASet) {
   Random random(testSeed());
   RepTreeRootSType& tree = newTree();

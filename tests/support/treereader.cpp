@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <regex>
 
 #include "support/pageimages.h"
 
@@ -114,3 +115,5 @@ std::vector<uint64_t> bitsOf(TestHost& host, const RepTreeRootSType& root) {
 std::string shapeOf(TestHost& host, const RepTreeRootSType& root) {
   return hasPages(root) ? shapeBelow(host, root, root.root, root.level) : "empty";
 }
+
+std::string withoutFronts(const std::string& shape) { return std::regex_replace(shape, std::regex("@[0-9]+"), ""); }

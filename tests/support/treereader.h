@@ -27,3 +27,6 @@ std::vector<uint64_t> bitsOf(TestHost& host, const RepTreeRootSType& root);
 // with + when they stay when empty:
 //   "empty"   "list 3@255"   "[0 list 3@255, 2 dense 7, 3 dense 0+]"   "[0 [0 list 1@0, 4 dense 2], 9 [9 list 1@0]]"
 std::string shapeOf(TestHost& host, const RepTreeRootSType& root);
+
+// The same text without the fronts of lists, which depend on the arrays that bits come in.
+std::string withoutFronts(const std::string& shape);
