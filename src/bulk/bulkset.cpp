@@ -55,16 +55,22 @@ int runLength(const uint64_t* cur, long most, unsigned long stop) {
 constexpr long MERGED_NUMBERS = 8;
 constexpr long MERGED_ENTRIES = 32;
 
-// How many of the elements from `cur` on, which are below `limit` from the first, are to be merged into `list` at
-// `pos`: as many as it has room for, or 0 if a gap for each run of them is cheaper.
+// How many of the elements from `cur` on are to be merged into `list` at `pos`; 0 if a gap for each run of them is
+// cheaper. The first one is below `limit`, which the list does not own. A repeat, which no array should have, ends
+// the merge. So does the last entry before the room might be used up: how much of the run behind it is stored depends
+// on how many elements turn out to be there already.
 long mergeLength(const RepBitListContentsSType& list, const uint64_t* pos, const uint64_t* cur, const uint64_t* end,
                  unsigned long limit) {
-  const long most = std::min<long>(BM_BIT_LIST_CAPACITY - list.count, end - cur);
+  const long room = BM_BIT_LIST_CAPACITY - list.count;
+  const long most = std::min<long>(room, end - cur);
   if (most < MERGED_NUMBERS || pos == list.end() || cur[MERGED_NUMBERS - 1] < *pos) return 0;
-  const long count = ascendingRun(cur, firstNotBelow(cur, most, limit));
-  if (count < MERGED_NUMBERS || cur[count - 1] >= limit) return 0;
-  const long entriesBetween = firstNotBelow(pos, list.end() - pos, cur[count - 1]);
-  return entriesBetween <= MERGED_ENTRIES * count ? count : 0;
+  long count = ascendingRun(cur, firstNotBelow(cur, most, limit));
+  if (cur[count - 1] >= limit) return 0;
+  const long entriesBetween = firstNotBelow(pos, list.end() - pos, cur[count - 1] + 1);
+  if (count == room && count != end - cur) {
+    count = entriesBetween == 0 ? 0 : firstNotBelow(cur, count, pos[entriesBetween - 1] + 1);
+  }
+  return count >= MERGED_NUMBERS && entriesBetween <= MERGED_ENTRIES * count ? count : 0;
 }
 
 // Stores the array elements from `cur` on that belong to this list: merged with its entries where they fall between
@@ -148,7 +154,7 @@ void setInDenseLeaf(BulkSet* walk, RepBmLeafPageSType* leaf, unsigned long base)
 // no leaf owns them.
 bool willBeDense(const BulkSet& walk) {
   return walk.root->level > 0 && stayInSpan(walk, BM_BIT_LIST_CAPACITY + 1, spanBase(*walk.cur)) &&
-         findLeaf(walk.pc, *walk.root, *walk.cur).ref == 0;
+         walk.cur[BM_BIT_LIST_CAPACITY] < BM_END_BIT && findLeaf(walk.pc, *walk.root, *walk.cur).ref == 0;
 }
 
 // The writable leaf for the next element; null when there is no page for it.

@@ -81,7 +81,7 @@ class Merge {
   const uint64_t* entries_;
   const uint64_t* numbers_;
   long middle_;
-  long upperOut_;  // where part 1 begins to write; behind part 0 there is room for numbers that turn out to be there
+  long upperOut_;  // where the upper half begins to write; numbers that are there already leave a gap before it
   long lowerEnd_, upperEnd_;
   long passed_;
   uint64_t merged_[BM_BIT_LIST_CAPACITY];

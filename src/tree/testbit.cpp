@@ -74,7 +74,7 @@ INLINED void prefetch(const void* memory) { __builtin_prefetch(memory); }
 INLINED void prefetchLeaf(const FoundLeaf& found, unsigned long bit) {
   const RepPageHdrSType* page = HeapAccess::leaf(found.ref);
   prefetch(page);
-  if (keyIsDense(found.key)) prefetch(&asDensePage(page)->words[(bit - keyBit(found.key)) >> 6]);
+  if (found.ref != 0 && keyIsDense(found.key)) prefetch(&asDensePage(page)->words[(bit - keyBit(found.key)) >> 6]);
 }
 
 // Fetches the lines of a list, whose head is there, that `bit` is likely to be in.
@@ -93,7 +93,7 @@ INLINED void prefetchEntries(const FoundLeaf& found, unsigned long bit) {
   }
 }
 
-// Tests up to 16 bits in step, so that the misses of one probe overlap with those of the others. Bit i of the result
+// Tests up to 32 bits in step, so that the misses of one probe overlap with those of the others. Bit i of the result
 // is the answer for bits[i].
 uint64_t testGroup(PageCacheSType* pc, const RepTreeRootSType& root, const unsigned long* bits, unsigned long count) {
   FoundLeaf found[PROBES_IN_STEP];

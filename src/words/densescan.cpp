@@ -70,12 +70,14 @@ DenseStretch collectClearBitsPlain(const uint64_t* words, unsigned start, unsign
 
 DenseStretch collectSetBits(const uint64_t* words, unsigned start, unsigned long base, unsigned long room,
                             uint64_t* out) {
+  room = std::min<unsigned long>(room, BM_LEAF_BITS);
   return canScanWide() ? collectSetBitsWide(words, start, base, room, out)
                        : collectSetBitsPlain(words, start, base, room, out);
 }
 
 DenseStretch collectClearBits(const uint64_t* words, unsigned start, unsigned long base, unsigned long room,
                               uint64_t* out) {
+  room = std::min<unsigned long>(room, BM_LEAF_BITS);
   return canScanWide() ? collectClearBitsWide(words, start, base, room, out)
                        : collectClearBitsPlain(words, start, base, room, out);
 }

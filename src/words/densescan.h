@@ -21,7 +21,7 @@ DenseStretch takeSetBits(uint64_t* words, unsigned start, unsigned long base, un
 DenseStretch collectClearBits(const uint64_t* words, unsigned start, unsigned long base, unsigned long room,
                               uint64_t* out);
 
-// The two without wide vectors.
+// The two without wide vectors; `room` is at most BM_LEAF_BITS.
 DenseStretch collectSetBitsPlain(const uint64_t* words, unsigned start, unsigned long base, unsigned long room,
                                  uint64_t* out);
 DenseStretch collectClearBitsPlain(const uint64_t* words, unsigned start, unsigned long base, unsigned long room,

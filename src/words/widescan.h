@@ -7,7 +7,7 @@
 // Whether this processor can.
 bool canScanWide();
 
-// collectSetBits and collectClearBits. Only where canScanWide.
+// collectSetBits and collectClearBits; `room` is at most BM_LEAF_BITS. Only where canScanWide.
 DenseStretch collectSetBitsWide(const uint64_t* words, unsigned start, unsigned long base, unsigned long room,
                                 uint64_t* out);
 DenseStretch collectClearBitsWide(const uint64_t* words, unsigned start, unsigned long base, unsigned long room,

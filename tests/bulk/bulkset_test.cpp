@@ -1,6 +1,7 @@
 // Setting arrays of bits: what is counted, what is stored where, and how often a leaf is located and marked.
 #include <algorithm>
 
+#include "bulk/runbyrun.h"
 #include "tree/writetest.h"
 
 namespace {
@@ -284,6 +285,50 @@ TEST_P(BulkSetTest, TaggedPageIdsThatDifferInTheTagAreOneBit) {
   EXPECT_EQ(setPageIds(tree, {2 * 9 + 1}), 1u);
   EXPECT_EQ(setPageIds(tree, {}), 0u);
   expectSound(tree, {4, 7, 9});
+}
+
+TEST_P(BulkSetTest, ArraysLeaveTheFrontThatAGapForEachRunLeaves) {
+  Random random(testSeed());
+  for (int round = 0; round < 300; ++round) {
+    const uint64_t end = 1 + random.below(6000);
+    BitSet entries, bits;
+    for (uint64_t left = random.below(1500); left > 0; --left) entries.insert(random.below(end));
+    for (uint64_t left = 1 + random.below(1000); left > 0; --left) bits.insert(random.below(end));
+    if (random.oneIn(3)) bits.insert(entries.begin(), entries.end());  // many are there already
+    if (entries.empty()) continue;
+    const int front = static_cast<int>(random.below(BM_BIT_LIST_CAPACITY - entries.size() + 1));
+    RepTreeRootSType& tree = adopt(buildTree(host, kind(), listLeaf(0, {entries.begin(), entries.end()}, front)));
+    RepBitListContentsSType expected = listOf({entries.begin(), entries.end()}, front);
+    const std::vector<uint64_t> toSet(bits.begin(), bits.end());
+    storeRunByRun(&expected, toSet);
+    bits.insert(entries.begin(), entries.end());
+    if (bits.size() > BM_BIT_LIST_CAPACITY) continue;  // it splits
+    setAll(tree, toSet);
+    EXPECT_EQ(shapeOf(tree), "list " + std::to_string(bits.size()) + "@" + std::to_string(expected.firstOffset));
+  }
+}
+
+TEST_P(BulkSetTest, OnlyTheLastRunIsCutByTheRoomThatIsLeft) {
+  // 900 elements are there already, so that all of the 400 behind them fit
+  const std::vector<uint64_t> entries = steps(5000, 900, 1);
+  std::vector<uint64_t> all = entries;
+  all.push_back(10000);
+  RepTreeRootSType& tree = adopt(buildTree(host, kind(), listLeaf(0, all, 1000)));
+  std::vector<uint64_t> bits{1};
+  bits.insert(bits.end(), entries.begin(), entries.end());
+  for (uint64_t bit = 6000; bit < 6400; ++bit) bits.push_back(bit);
+  RepBitListContentsSType expected = listOf(all, 1000);
+  storeRunByRun(&expected, bits);
+  EXPECT_EQ(setAll(tree, bits), 401u);
+  EXPECT_EQ(shapeOf(tree), "list 1302@" + std::to_string(expected.firstOffset));
+}
+
+TEST_P(BulkSetTest, BitsBehindTheNumberSpaceAreLeftOutHoweverManyTheyAre) {
+  RepTreeRootSType& tree = newTree();
+  setAll(tree, steps(0, 3000, 40));  // a dense leaf, and nothing behind it
+  EXPECT_EQ(setAll(tree, steps(topBit - 9, 2100, 1)), 10u);
+  EXPECT_EQ(BmTestBit(&host, &tree, topBit), 1);
+  EXPECT_EQ(BmTestBit(&host, &tree, topBit + 5), 0);
 }
 
 // Ascending bits of many densities: empty spans, spans of some bits, and spans of more than a list can hold.

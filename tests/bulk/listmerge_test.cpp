@@ -3,44 +3,14 @@
 
 #include <algorithm>
 
+#include "bulk/runbyrun.h"
 #include "support/treemodel.h"
-#include "tree/bitlist.h"
 
 namespace {
 
 using Words = std::vector<uint64_t>;
 
-RepBitListContentsSType listOf(const Words& entries, int front) {
-  RepBitListContentsSType list{};
-  list.count = static_cast<int>(entries.size());
-  list.firstOffset = front;
-  std::copy(entries.begin(), entries.end(), list.begin());
-  return list;
-}
-
 Words entriesOf(const RepBitListContentsSType& list) { return {list.begin(), list.end()}; }
-
-// Stores each run of numbers between two entries with a gap of its own.
-int storeRunByRun(RepBitListContentsSType* list, const Words& numbers) {
-  int newNumbers = 0;
-  uint64_t* pos = list->begin();
-  for (auto number = numbers.begin(); number != numbers.end();) {
-    pos = std::lower_bound(pos, list->end(), *number);
-    if (pos != list->end() && *pos == *number) {
-      ++number;
-      continue;
-    }
-    const auto runEnd = pos == list->end() ? numbers.end() : std::lower_bound(number, numbers.end(), *pos);
-    const int take = static_cast<int>(runEnd - number);
-    uint64_t* gap = openListGap(list, pos, take);
-    std::copy(number, runEnd, gap);
-    list->count += take;
-    newNumbers += take;
-    pos = gap + take;
-    number = runEnd;
-  }
-  return newNumbers;
-}
 
 void expectAlike(const Words& entries, int front, const Words& numbers) {
   RepBitListContentsSType expected = listOf(entries, front);

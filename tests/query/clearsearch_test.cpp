@@ -63,6 +63,16 @@ TEST_P(ClearSearchTest, TheHolesOfAListAreFoundAndThenWhatFollowsIt) {
   EXPECT_EQ(find(root, 4), (Bits{span(1) - 2, span(1) - 1, span(2), span(2) + 1}));
 }
 
+TEST_P(ClearSearchTest, ACallerThatSetsNoMostIsBoundByTheLimit) {
+  RepTreeRootSType& root = adopt(buildTree(host, kind(), Leaves{denseLeaf(0, runOfBits(3, 3000))}));
+  start(0, span(1) + 4);
+  Bits out(span(1) + 6 - 2997, 0xEEEE);
+  EXPECT_EQ(BmFindClearBits_(&host, ~0UL, &root, &at, out.data()), out.size() - 1);
+  EXPECT_EQ(out[3], 3000u);
+  EXPECT_EQ(out[out.size() - 2], span(1) + 4);
+  EXPECT_EQ(out.back(), 0xEEEEu);
+}
+
 TEST_P(ClearSearchTest, TheTailBehindALevelZeroListIsFound) {
   RepTreeRootSType& root = adopt(buildTree(host, kind(), listLeaf(0, {5, 6, 8})));
   start(5, 11);
