@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "competitors.h"
+#include "hostmemory.h"
 #include "runner.h"
 
 namespace fs = std::filesystem;
@@ -110,9 +111,10 @@ Options parse(int argc, char** argv) {
   return options;
 }
 
-// The memory of the others gets what our page memory has: it is advised for 2 MiB pages and, once touched, kept.
-// The first is read by the C library when a program starts, so this one starts itself again with it.
+// All memory is advised for 2 MiB pages and, once touched, kept: malloc's, from which the others take theirs, and our
+// pages. The C library reads the advice when a program starts, so this one starts itself again with it.
 void levelMemory(char** argv) {
+  HostKeepIdleMemory(~uint64_t{0});
   mallopt(M_MMAP_MAX, 0);
   mallopt(M_TRIM_THRESHOLD, -1);
   mallopt(M_TOP_PAD, 64 << 20);

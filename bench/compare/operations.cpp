@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <numeric>
 
-#include "pagememory.h"
+#include "hostmemory.h"
 #include "rawfile.h"
 #include "reposdisk.h"
 
@@ -320,9 +320,17 @@ uint64_t meetsApart(Trial& trial) {
 // ---------------------------------------------------------------------------------------------------------
 // Sizes
 
+// Bytes of heap pages; buffers are malloc's.
+uint64_t pageBytes() {
+  uint64_t bytes = 0;
+  for (const HostMemoryUse& use : HostMemoryInUse()) bytes += use.isTag ? use.bytes : 0;
+  return bytes;
+}
+
 uint64_t memoryInUse() {
+  const uint64_t pages = pageBytes();
   const struct mallinfo2 info = mallinfo2();
-  return info.uordblks + info.hblkhd + heapPagesInUse() * BM_PAGE_SIZE;
+  return info.uordblks + info.hblkhd + pages;
 }
 
 uint64_t memoryOfSets(Trial& trial) {

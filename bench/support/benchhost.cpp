@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "hostmemory.h"
+
 namespace {
 
 constexpr unsigned long firstPageId = 4;
@@ -22,6 +24,7 @@ BenchHost::BenchHost() : PageCacheSType{}, pages_(firstPageId, nullptr) {
   owner = &ownerStorage_;
   BmInitTreeRoots(this);
   initForUnitTest();
+  HostKeepIdleMemory(~uint64_t{0});
 }
 
 BenchHost::~BenchHost() {

@@ -1,6 +1,6 @@
 // The host of the benchmarks: page cache and reports with as little work of their own as possible. Pages live in a
 // table by id, pins and dirty marks do nothing, and a report stops the program: a benchmark has no faults. The memory
-// of heap trees is in pagememory.h.
+// of heap trees is that of real programs, except that all of it is kept.
 #pragma once
 
 #include <memory>
