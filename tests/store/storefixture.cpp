@@ -6,10 +6,18 @@
 #include <iterator>
 #include <numeric>
 
+#include "hostmemory.h"
+
 namespace bmtree::test {
 namespace {
 
 constexpr uint64_t span = 130752;
+
+// Stores that are closed have given back every heap page and buffer, in all tests together.
+class MemoryGivenBack : public ::testing::Environment {
+  void TearDown() override { EXPECT_EQ(HostPrintMemoryInUse(stdout), 0); }
+};
+[[maybe_unused]] const auto* const memoryGivenBack = ::testing::AddGlobalTestEnvironment(new MemoryGivenBack);
 
 void applyTo(Numbers& numbers, const std::vector<uint64_t>& changed, bool set) {
   for (const uint64_t number : changed) {
