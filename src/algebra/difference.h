@@ -24,3 +24,7 @@ void addLeafToTree(PageCacheSType* pc, BmLeafStateSType* leaf, RepTreeRootSType*
 // that is finished.
 void differenceListList(BmLeafStateSType* a, BmLeafStateSType* b, DifferenceResultStateSType* state);
 void differenceListDense(BmLeafStateSType* a, BmLeafStateSType* b, DifferenceResultStateSType* state);
+
+// Clears in `words`, a copy of those of the span at `base`, the entries of the list from its cursor on that lie in
+// the span, and moves the list behind it. Returns how many were set.
+int clearEntries(uint64_t* words, unsigned long base, BmLeafStateSType* list);

@@ -1,7 +1,7 @@
 #include <algorithm>
+#include <cstring>
 
 #include "algebra/difference.h"
-#include "algebra/leafenumerator.h"
 #include "algebra/leafpair.h"
 #include "algebra/stepwalk.h"
 #include "tree/bitlist.h"
@@ -106,27 +106,6 @@ const uint64_t* writeClearEntries(DifferenceResultStateSType* state, const uint6
   return entries;
 }
 
-// Writes the bits of an enumeration, positions in the leaf at `base`, that are not among the entries of `b`, and
-// leaves the cursor of `b` on the entry reached.
-void writeBitsNotListed(DifferenceResultStateSType* state, BmLeafEnumerator bits, unsigned long base,
-                        BmLeafStateSType* b) {
-  uint64_t* out = state->nextOut;
-  const uint64_t* entry = b->cursor;
-  unsigned long position = bits.nextRelativeBit();
-  while (position < BM_LEAF_BITS && out != state->outEnd) {
-    const unsigned long bit = base + position;
-    while (entry != b->entriesEnd && *entry < bit) ++entry;
-    if (entry != b->entriesEnd && *entry == bit) {
-      ++entry;
-    } else {
-      *out++ = bit;
-    }
-    position = bits.nextRelativeBit();
-  }
-  advanceOut(state, out);
-  standAt(b, entry);
-}
-
 // ---------------------------------------------------------------------------------------------------------
 // The pairs with a dense A
 
@@ -136,7 +115,10 @@ void differenceDenseList(BmLeafStateSType* a, BmLeafStateSType* b, DifferenceRes
   advanceToBit(b, start);
   a->atEnd = 1;
   if (a->denseLeaf->bitsSet < 1) return;
-  writeBitsNotListed(state, BmLeafEnumerator(a->denseLeaf->words, start % BM_LEAF_BITS), a->firstBit, b);
+  uint64_t words[BM_SPAN_WORDS];
+  std::memcpy(words, a->denseLeaf->words, sizeof words);
+  clearEntries(words, a->firstBit, b);
+  writeWords(state, words, a->firstBit, start % BM_LEAF_BITS);
 }
 
 void differenceDenseDense(BmLeafStateSType* a, BmLeafStateSType* b, DifferenceResultStateSType* state) {
@@ -173,6 +155,18 @@ unsigned long extractFrom(PageCacheSType* pc, const RepTreeRootSType* a, unsigne
 }
 
 }  // namespace
+
+int clearEntries(uint64_t* words, unsigned long base, BmLeafStateSType* list) {
+  const uint64_t* entry = list->cursor;
+  int cleared = 0;
+  for (; entry != list->entriesEnd && *entry - base < BM_LEAF_BITS; ++entry) {
+    uint64_t& word = words[(*entry - base) >> 6];
+    cleared += static_cast<int>(word >> (*entry & 63) & 1);
+    word &= ~denseWordMask(*entry);
+  }
+  standAt(list, entry);
+  return cleared;
+}
 
 void differenceListList(BmLeafStateSType* a, BmLeafStateSType* b, DifferenceResultStateSType* state) {
   if (!moveToStart(a, state->startBit)) return;

@@ -16,20 +16,6 @@ namespace {
 constexpr int DENSE_LIST_LINE = 5980;
 constexpr int LEAF_KIND_LINE = 6545;
 
-// Clears in `words` the entries of the list that lie in the span at `base`, and moves the list behind the span.
-// Returns how many were set.
-int clearEntries(uint64_t* words, unsigned long base, BmLeafStateSType* list) {
-  const uint64_t* entry = list->cursor;
-  int cleared = 0;
-  for (; entry != list->entriesEnd && *entry - base < BM_LEAF_BITS; ++entry) {
-    uint64_t& word = words[(*entry - base) >> 6];
-    cleared += static_cast<int>(word >> (*entry & 63) & 1);
-    word &= ~denseWordMask(*entry);
-  }
-  standAt(list, entry);
-  return cleared;
-}
-
 // The treatment of the walk.
 struct TreeDifference {
   PageCacheSType* pc;

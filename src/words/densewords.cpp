@@ -2,36 +2,40 @@
 
 #include "words/processor.h"
 
-// Each loop is compiled twice, for the plain machine and for wide vectors, and chosen anew for every span: one test
-// against 2043 words. (Functions resolved at load time would run before a sanitizer is ready for them.)
+// Each loop is compiled for the plain machine, for wide vectors, and for wider ones that count bits by themselves. It
+// is chosen anew for every span: two tests against 2043 words. (Functions resolved at load time would run before a
+// sanitizer is ready for them.)
 #if BM_WIDE_VECTORS
-#define WIDE_VECTORS [[gnu::target("avx2")]]
-#else
-#define WIDE_VECTORS
+#include <immintrin.h>
+#define WITH_AVX2 [[gnu::target("avx2")]]
+#define WITH_AVX512 [[gnu::target("avx512f,avx512vpopcntdq")]]
 #endif
 
 namespace {
 
-inline bool hasWideVectors() {
-#if BM_WIDE_VECTORS
-  return processorHasAvx2();
-#else
-  return false;
-#endif
-}
-
 struct Or {
   static uint64_t result(uint64_t a, uint64_t b) { return a | b; }
   static uint64_t changed(uint64_t a, uint64_t b) { return b & ~a; }
+#if BM_WIDE_VECTORS
+  WITH_AVX512 static __m512i result(__m512i a, __m512i b) { return a | b; }
+  WITH_AVX512 static __m512i changed(__m512i a, __m512i b) { return b & ~a; }
+#endif
 };
 
 struct AndNot {
   static uint64_t result(uint64_t a, uint64_t b) { return a & ~b; }
   static uint64_t changed(uint64_t a, uint64_t b) { return a & b; }
+#if BM_WIDE_VECTORS
+  WITH_AVX512 static __m512i result(__m512i a, __m512i b) { return a & ~b; }
+  WITH_AVX512 static __m512i changed(__m512i a, __m512i b) { return a & b; }
+#endif
 };
 
 struct And {
   static uint64_t result(uint64_t a, uint64_t b) { return a & b; }
+#if BM_WIDE_VECTORS
+  WITH_AVX512 static __m512i result(__m512i a, __m512i b) { return a & b; }
+#endif
 };
 
 constexpr uint64_t EVEN_BITS = 0x5555555555555555;
@@ -92,31 +96,95 @@ template <class Operation>
   return sumOfFields(counts);
 }
 
+#if BM_WIDE_VECTORS
+
 template <class Operation>
-WIDE_VECTORS int changeSpanWide(uint64_t* __restrict target, const uint64_t* __restrict source) {
+WITH_AVX2 int changeSpanWide(uint64_t* __restrict target, const uint64_t* __restrict source) {
   return changeSpan<Operation>(target, source);
 }
 
 template <class Operation>
-WIDE_VECTORS int combineSpansWide(uint64_t* __restrict out, const uint64_t* __restrict a,
-                                  const uint64_t* __restrict b) {
+WITH_AVX2 int combineSpansWide(uint64_t* __restrict out, const uint64_t* __restrict a, const uint64_t* __restrict b) {
   return combineSpans<Operation>(out, a, b);
+}
+
+constexpr int LANES = 8;
+
+// The words that the first vector takes. Behind them the words of a page, which begin at byte 40, are aligned.
+constexpr int FIRST_LANES = BM_SPAN_WORDS % LANES;
+static_assert((offsetof(RepBmLeafPageSType, words) + FIRST_LANES * sizeof(uint64_t)) % 64 == 0);
+constexpr __mmask8 ALL_LANES = 0xFF;
+constexpr __mmask8 FIRST_MASK = (1U << FIRST_LANES) - 1;
+
+WITH_AVX512 inline int sumOfLanes(__m512i counts) {
+  alignas(64) uint64_t lanes[LANES];
+  _mm512_store_si512(lanes, counts);
+  uint64_t sum = 0;
+  for (const uint64_t lane : lanes) sum += lane;
+  return static_cast<int>(sum);
+}
+
+// One vector of a span; returns the counts of its lanes.
+template <class Operation>
+WITH_AVX512 inline __m512i changeVector(uint64_t* target, const uint64_t* source, __mmask8 lanes) {
+  const __m512i a = _mm512_maskz_loadu_epi64(lanes, target);
+  const __m512i b = _mm512_maskz_loadu_epi64(lanes, source);
+  _mm512_mask_storeu_epi64(target, lanes, Operation::result(a, b));
+  return _mm512_popcnt_epi64(Operation::changed(a, b));
+}
+
+template <class Operation>
+WITH_AVX512 inline __m512i combineVectors(uint64_t* out, const uint64_t* a, const uint64_t* b, __mmask8 lanes) {
+  const __m512i result = Operation::result(_mm512_maskz_loadu_epi64(lanes, a), _mm512_maskz_loadu_epi64(lanes, b));
+  _mm512_mask_storeu_epi64(out, lanes, result);
+  return _mm512_popcnt_epi64(result);
+}
+
+template <class Operation>
+WITH_AVX512 int changeSpanWider(uint64_t* target, const uint64_t* source) {
+  __m512i counts = changeVector<Operation>(target, source, FIRST_MASK);
+  for (int i = FIRST_LANES; i < BM_SPAN_WORDS; i += LANES) {
+    counts = _mm512_add_epi64(counts, changeVector<Operation>(target + i, source + i, ALL_LANES));
+  }
+  return sumOfLanes(counts);
+}
+
+template <class Operation>
+WITH_AVX512 int combineSpansWider(uint64_t* out, const uint64_t* a, const uint64_t* b) {
+  __m512i counts = combineVectors<Operation>(out, a, b, FIRST_MASK);
+  for (int i = FIRST_LANES; i < BM_SPAN_WORDS; i += LANES) {
+    counts = _mm512_add_epi64(counts, combineVectors<Operation>(out + i, a + i, b + i, ALL_LANES));
+  }
+  return sumOfLanes(counts);
+}
+
+constexpr DenseWordLoops WIDE_LOOPS{changeSpanWide<Or>, changeSpanWide<AndNot>, combineSpansWide<And>,
+                                    combineSpansWide<AndNot>};
+constexpr DenseWordLoops WIDER_LOOPS{changeSpanWider<Or>, changeSpanWider<AndNot>, combineSpansWider<And>,
+                                     combineSpansWider<AndNot>};
+
+#endif
+
+constexpr DenseWordLoops PLAIN_LOOPS{changeSpan<Or>, changeSpan<AndNot>, combineSpans<And>, combineSpans<AndNot>};
+
+const DenseWordLoops& bestLoops() {
+  const DenseWordLoops* loops = denseWordLoops(WordVectors::wider);
+  if (loops == nullptr) loops = denseWordLoops(WordVectors::wide);
+  return loops == nullptr ? PLAIN_LOOPS : *loops;
 }
 
 }  // namespace
 
-int orWords(uint64_t* __restrict target, const uint64_t* __restrict source) {
-  return hasWideVectors() ? changeSpanWide<Or>(target, source) : changeSpan<Or>(target, source);
+const DenseWordLoops* denseWordLoops(WordVectors vectors) {
+#if BM_WIDE_VECTORS
+  if (vectors == WordVectors::wider) return processorHasAvx512Counts() ? &WIDER_LOOPS : nullptr;
+  if (vectors == WordVectors::wide) return processorHasAvx2() ? &WIDE_LOOPS : nullptr;
+#endif
+  return vectors == WordVectors::none ? &PLAIN_LOOPS : nullptr;
 }
 
-int clearWords(uint64_t* __restrict target, const uint64_t* __restrict source) {
-  return hasWideVectors() ? changeSpanWide<AndNot>(target, source) : changeSpan<AndNot>(target, source);
-}
+int orWords(uint64_t* target, const uint64_t* source) { return bestLoops().orWords(target, source); }
+int clearWords(uint64_t* target, const uint64_t* source) { return bestLoops().clearWords(target, source); }
 
-int andWords(uint64_t* __restrict out, const uint64_t* __restrict a, const uint64_t* __restrict b) {
-  return hasWideVectors() ? combineSpansWide<And>(out, a, b) : combineSpans<And>(out, a, b);
-}
-
-int andNotWords(uint64_t* __restrict out, const uint64_t* __restrict a, const uint64_t* __restrict b) {
-  return hasWideVectors() ? combineSpansWide<AndNot>(out, a, b) : combineSpans<AndNot>(out, a, b);
-}
+int andWords(uint64_t* out, const uint64_t* a, const uint64_t* b) { return bestLoops().andWords(out, a, b); }
+int andNotWords(uint64_t* out, const uint64_t* a, const uint64_t* b) { return bestLoops().andNotWords(out, a, b); }

@@ -16,3 +16,20 @@ int clearWords(uint64_t* target, const uint64_t* source);
 // Writes to `out` the bits that `a` and `b` share, or those of `a` that are not in `b`. Returns how many.
 int andWords(uint64_t* out, const uint64_t* a, const uint64_t* b);
 int andNotWords(uint64_t* out, const uint64_t* a, const uint64_t* b);
+
+// The four loops as compiled for one kind of processor.
+struct DenseWordLoops {
+  int (*orWords)(uint64_t* target, const uint64_t* source);
+  int (*clearWords)(uint64_t* target, const uint64_t* source);
+  int (*andWords)(uint64_t* out, const uint64_t* a, const uint64_t* b);
+  int (*andNotWords)(uint64_t* out, const uint64_t* a, const uint64_t* b);
+};
+
+enum class WordVectors {
+  none,   // what any processor runs
+  wide,   // 256 bits
+  wider,  // 512 bits, with population counts
+};
+
+// The loops for `vectors`; null if this processor does not have them.
+const DenseWordLoops* denseWordLoops(WordVectors vectors);

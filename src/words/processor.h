@@ -15,7 +15,12 @@ inline bool processorHasAvx2() { return __builtin_cpu_supports("avx2") != 0; }
 // 512-bit vectors with masks.
 inline bool processorHasAvx512() { return __builtin_cpu_supports("avx512f") != 0; }
 
-// The same, with permutation of bytes and their compression by a mask.
+// The same, with population counts of words.
+inline bool processorHasAvx512Counts() {
+  return processorHasAvx512() && __builtin_cpu_supports("avx512vpopcntdq") != 0;
+}
+
+// 512-bit vectors, with permutation of bytes and their compression by a mask.
 inline bool processorHasAvx512Bytes() {
   return processorHasAvx512() && __builtin_cpu_supports("avx512bw") != 0 &&
          __builtin_cpu_supports("avx512vbmi") != 0 && __builtin_cpu_supports("avx512vbmi2") != 0;

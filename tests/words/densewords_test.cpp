@@ -50,46 +50,66 @@ Words combined(const Words& a, const Words& b, const std::function<uint64_t(uint
   return result;
 }
 
+// Calls `check` with every pair of patterns and the loops for each kind of vectors that this processor has.
 template <class Check>
 void forAllPairs(Check check) {
   const std::vector<Words> all = patterns();
-  for (const Words& a : all) {
-    for (const Words& b : all) check(a, b);
+  for (const WordVectors vectors : {WordVectors::none, WordVectors::wide, WordVectors::wider}) {
+    const DenseWordLoops* loops = denseWordLoops(vectors);
+    if (loops == nullptr) continue;
+    for (const Words& a : all) {
+      for (const Words& b : all) check(*loops, a, b);
+    }
   }
 }
 
+uint64_t onlyInFirst(uint64_t a, uint64_t b) { return a & ~b; }
+
 TEST(DenseWordsTest, OrSetsTheSourcesBitsAndCountsTheNewOnes) {
-  forAllPairs([](const Words& a, const Words& b) {
+  forAllPairs([](const DenseWordLoops& loops, const Words& a, const Words& b) {
     Words target = a;
-    EXPECT_EQ(orWords(target.data(), b.data()), population(combined(b, a, [](auto x, auto y) { return x & ~y; })));
+    EXPECT_EQ(loops.orWords(target.data(), b.data()), population(combined(b, a, onlyInFirst)));
     EXPECT_EQ(target, combined(a, b, std::bit_or<uint64_t>()));
   });
 }
 
 TEST(DenseWordsTest, ClearTakesTheSourcesBitsAwayAndCountsThoseThatWent) {
-  forAllPairs([](const Words& a, const Words& b) {
+  forAllPairs([](const DenseWordLoops& loops, const Words& a, const Words& b) {
     Words target = a;
-    EXPECT_EQ(clearWords(target.data(), b.data()), population(combined(a, b, std::bit_and<uint64_t>())));
-    EXPECT_EQ(target, combined(a, b, [](auto x, auto y) { return x & ~y; }));
+    EXPECT_EQ(loops.clearWords(target.data(), b.data()), population(combined(a, b, std::bit_and<uint64_t>())));
+    EXPECT_EQ(target, combined(a, b, onlyInFirst));
   });
 }
 
 TEST(DenseWordsTest, AndWritesWhatIsSharedAndCountsIt) {
-  forAllPairs([](const Words& a, const Words& b) {
+  forAllPairs([](const DenseWordLoops& loops, const Words& a, const Words& b) {
     Words out = filled(7);
     const Words expected = combined(a, b, std::bit_and<uint64_t>());
-    EXPECT_EQ(andWords(out.data(), a.data(), b.data()), population(expected));
+    EXPECT_EQ(loops.andWords(out.data(), a.data(), b.data()), population(expected));
     EXPECT_EQ(out, expected);
   });
 }
 
 TEST(DenseWordsTest, AndNotWritesWhatOnlyTheFirstHasAndCountsIt) {
-  forAllPairs([](const Words& a, const Words& b) {
+  forAllPairs([](const DenseWordLoops& loops, const Words& a, const Words& b) {
     Words out = filled(7);
-    const Words expected = combined(a, b, [](auto x, auto y) { return x & ~y; });
-    EXPECT_EQ(andNotWords(out.data(), a.data(), b.data()), population(expected));
+    const Words expected = combined(a, b, onlyInFirst);
+    EXPECT_EQ(loops.andNotWords(out.data(), a.data(), b.data()), population(expected));
     EXPECT_EQ(out, expected);
   });
+}
+
+TEST(DenseWordsTest, TheOperationsThemselvesUseTheLoopsOfThisProcessor) {
+  Random random(testSeed());
+  const Words a = randomWords(random);
+  const Words b = randomWords(random);
+  Words target = a;
+  EXPECT_EQ(orWords(target.data(), b.data()), population(combined(b, a, onlyInFirst)));
+  EXPECT_EQ(clearWords(target.data(), b.data()), population(b));
+  EXPECT_EQ(target, combined(a, b, onlyInFirst));
+  EXPECT_EQ(andNotWords(target.data(), a.data(), b.data()), population(combined(a, b, onlyInFirst)));
+  EXPECT_EQ(andWords(target.data(), a.data(), b.data()), population(combined(a, b, std::bit_and<uint64_t>())));
+  EXPECT_EQ(target, combined(a, b, std::bit_and<uint64_t>()));
 }
 
 }  // namespace
