@@ -97,7 +97,7 @@ struct alignas(16) BlockHead {
   uint32_t account;
 };
 constexpr uint64_t headAlignment = 32;
-static_assert(sizeof(BlockHead) == 16 && BM_PAGE_SIZE % headAlignment == 0);
+static_assert(sizeof(BlockHead) == 16 && PageRegions::pageDistance % headAlignment == 0);
 
 bool isPage(const void* memory) { return reinterpret_cast<uint64_t>(memory) % headAlignment == 0; }
 

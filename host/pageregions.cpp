@@ -20,7 +20,8 @@
 namespace {
 
 constexpr uint64_t regionBytes = PageRegions::regionBytes;
-constexpr uint32_t slotCount = regionBytes / BM_PAGE_SIZE;
+constexpr uint64_t pageDistance = PageRegions::pageDistance;
+constexpr uint32_t slotCount = regionBytes / pageDistance;
 constexpr uint32_t noSlot = 0;  // that of the region's own page
 constexpr uint32_t freedMark = PageRegions::accountLimit;
 
@@ -63,7 +64,7 @@ struct PageRegions::Region : Links {
   uint32_t slots[slotCount];  // of a page in use its account; of a freed one freedMark and the slot freed before it
 };
 
-PageRegions::PageRegions() { static_assert(sizeof(Region) <= BM_PAGE_SIZE); }
+PageRegions::PageRegions() { static_assert(sizeof(Region) <= pageDistance); }
 
 PageRegions::~PageRegions() {
   while (list_.behind != &list_) release(list_.behind);
@@ -79,7 +80,7 @@ void* PageRegions::take(uint32_t account) {
 
 uint32_t PageRegions::giveBack(void* page) {
   Region* region = regionOf(page);
-  const auto slot = static_cast<uint32_t>(addressOf(page) % regionBytes / BM_PAGE_SIZE);
+  const auto slot = static_cast<uint32_t>(addressOf(page) % regionBytes / pageDistance);
   const uint32_t account = region->slots[slot];
   if ((account & freedMark) != 0) [[unlikely]] {
     std::fprintf(stderr, "heap page %p is given back but not in use\n", page);
@@ -122,7 +123,7 @@ PageRegions::Region* PageRegions::regionOf(void* page) {
 void* PageRegions::handOut(Region* region, uint32_t slot, uint32_t account) {
   ++region->inUse;
   region->slots[slot] = account;
-  void* page = reinterpret_cast<char*>(region) + uint64_t{slot} * BM_PAGE_SIZE;
+  void* page = reinterpret_cast<char*>(region) + uint64_t{slot} * pageDistance;
   allow(page, BM_PAGE_SIZE);
   return page;
 }
@@ -141,7 +142,7 @@ void* PageRegions::takeFreed(Region* region, uint32_t account) {
 bool PageRegions::addRegion() {
   char* memory = reserveRegion();
   if (memory == nullptr) return false;
-  forbid(memory + BM_PAGE_SIZE, regionBytes - BM_PAGE_SIZE);
+  forbid(memory + sizeof(Region), regionBytes - sizeof(Region));
   newest_ = reinterpret_cast<Region*>(memory);
   newest_->inUse = 0;
   newest_->fresh = noSlot + 1;

@@ -70,7 +70,7 @@ TEST_F(HostMemoryTest, OnlyPagesHaveAddressesOfPages) {
     UtlFree(block);
   }
   void* page = UtlMallocF(16384, 1, 0);
-  EXPECT_EQ(reinterpret_cast<uintptr_t>(page) % 16384, 0U);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(page) % 32, 0U);
   UtlFree(page);
 }
 

@@ -37,15 +37,29 @@ class PageRegionsTest : public ::testing::Test {
 
 uint64_t regionOf(void* page) { return reinterpret_cast<uint64_t>(page) / regionBytes; }
 
-bool isMapped(void* page) { return msync(page, BM_PAGE_SIZE, MS_ASYNC) == 0; }
+// Whether the system's page that `page` begins in is there.
+bool isMapped(void* page) {
+  const uint64_t address = reinterpret_cast<uint64_t>(page);
+  return msync(reinterpret_cast<void*>(address - address % 4096), 4096, MS_ASYNC) == 0;
+}
 
 TEST_F(PageRegionsTest, NothingIsReservedBeforeTheFirstPage) { EXPECT_EQ(regions.reservedBytes(), 0u); }
 
 TEST_F(PageRegionsTest, PagesAreAlignedAndApart) {
   const std::vector<void*> pages = takePages(2 * pagesPerRegion + 1);
-  for (void* page : pages) EXPECT_EQ(reinterpret_cast<uint64_t>(page) % BM_PAGE_SIZE, 0u);
-  EXPECT_EQ(std::set<void*>(pages.begin(), pages.end()).size(), pages.size());
+  for (void* page : pages) EXPECT_EQ(reinterpret_cast<uint64_t>(page) % 64, 0u);
+  std::vector<void*> sorted = pages;
+  std::sort(sorted.begin(), sorted.end());
+  for (size_t i = 1; i < sorted.size(); ++i) {
+    EXPECT_GE(static_cast<char*>(sorted[i]) - static_cast<char*>(sorted[i - 1]), BM_PAGE_SIZE);
+  }
   EXPECT_EQ(reserved(), 3u);
+}
+
+TEST_F(PageRegionsTest, TheHeadsOfPagesLieInAllSetsOfACacheAlike) {
+  std::set<uint64_t> sets;  // of 64 sets of 64-byte lines
+  for (void* page : takePages(64)) sets.insert(reinterpret_cast<uint64_t>(page) / 64 % 64);
+  EXPECT_EQ(sets.size(), 64u);
 }
 
 TEST_F(PageRegionsTest, EveryByteOfAPageIsTheCallers) {
