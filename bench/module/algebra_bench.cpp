@@ -107,9 +107,11 @@ struct Trees {
   }
 };
 
-// What an operation does with trees a and b, and the tree that it changes; returns its own count.
+// What an operation does with trees a and b, and the tree that it changes; returns its own count, if it has one, of
+// the bits that it set or cleared.
 struct TreeOperation {
   bool changesB;  // the tree is a copy of b; otherwise it is empty
+  bool counts;
   unsigned long (*run)(BenchHost& host, RepTreeRootSType* a, RepTreeRootSType* b, RepTreeRootSType* tree);
   Bits (*expected)(const Bits& a, const Bits& b);
 };
@@ -122,28 +124,28 @@ Bits merged(Algorithm algorithm, const Bits& a, const Bits& b) {
 }
 
 const TreeOperation unite{
-    true,
+    true, true,
     [](BenchHost& host, RepTreeRootSType* a, RepTreeRootSType*, RepTreeRootSType* tree) {
       return BmSetBits_(&host, a, tree);
     },
     [](const Bits& a, const Bits& b) { return merged([](auto... args) { std::set_union(args...); }, a, b); }};
 
 const TreeOperation removeBits{
-    true,
+    true, true,
     [](BenchHost& host, RepTreeRootSType* a, RepTreeRootSType*, RepTreeRootSType* tree) {
       return BmClearBits_(&host, a, tree);
     },
     [](const Bits& a, const Bits& b) { return merged([](auto... args) { std::set_difference(args...); }, b, a); }};
 
 const TreeOperation intersect{
-    false,
+    false, true,
     [](BenchHost& host, RepTreeRootSType* a, RepTreeRootSType* b, RepTreeRootSType* tree) {
       return BmIntersectSize_(&host, a, b, tree, BM_HIGHEST_BIT, 0);
     },
     [](const Bits& a, const Bits& b) { return merged([](auto... args) { std::set_intersection(args...); }, a, b); }};
 
 const TreeOperation subtract{
-    false,
+    false, false,
     [](BenchHost& host, RepTreeRootSType* a, RepTreeRootSType* b, RepTreeRootSType* tree) {
       BmDiff(&host, a, b, tree);
       return 0UL;
@@ -160,18 +162,24 @@ std::vector<std::unique_ptr<BenchTree>> freshTrees(Trees& trees, bool copiesOfB)
   return fresh;
 }
 
+unsigned long runPair(Trees& trees, const TreeOperation& operation, BenchTree& result, size_t i) {
+  return operation.run(trees.host, trees.trees[i]->root(), trees.trees[i + 1]->root(), result.root());
+}
+
 void runAllPairs(Trees& trees, const TreeOperation& operation, std::vector<std::unique_ptr<BenchTree>>& results) {
   for (size_t i = 0; i < trees.pairs(); ++i) {
-    benchmark::DoNotOptimize(
-        operation.run(trees.host, trees.trees[i]->root(), trees.trees[i + 1]->root(), results[i]->root()));
+    benchmark::DoNotOptimize(runPair(trees, operation, *results[i], i));
   }
 }
 
 bool resultsAreRight(Trees& trees, const TreeOperation& operation) {
   std::vector<std::unique_ptr<BenchTree>> results = freshTrees(trees, operation.changesB);
-  runAllPairs(trees, operation, results);
   for (size_t i = 0; i < trees.pairs(); ++i) {
-    if (bitsOf(trees.host, results[i]->root()) != operation.expected(trees.sets[i], trees.sets[i + 1])) return false;
+    const size_t before = operation.changesB ? trees.sets[i + 1].size() : 0;
+    const unsigned long count = runPair(trees, operation, *results[i], i);
+    const Bits expected = operation.expected(trees.sets[i], trees.sets[i + 1]);
+    const size_t changed = std::max(before, expected.size()) - std::min(before, expected.size());
+    if (bitsOf(trees.host, results[i]->root()) != expected || (operation.counts && count != changed)) return false;
   }
   return true;
 }

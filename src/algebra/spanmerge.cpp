@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "tree/bitlist.h"
 #include "tree/findleaf.h"
 #include "tree/leafcreation.h"
 #include "tree/pageaccess.h"
@@ -21,10 +22,20 @@ unsigned long addAsEntries(PageCacheSType* pc, RepTreeRootSType* destination, un
   return BmSetBitsFromSortedArray_(pc, destination, entries, entries + found.count);
 }
 
+// How many entries of `list` are among the bits of the span at `base`.
+int entriesAmong(const RepBitListContentsSType& list, unsigned long base, const uint64_t* words) {
+  const uint64_t* entry = list.begin() + firstNotBelow(list.begin(), list.count, base);
+  int among = 0;
+  for (; entry != list.end() && *entry - base < BM_LEAF_BITS; ++entry) {
+    among += static_cast<int>(words[(*entry - base) >> 6] >> (*entry & 63) & 1);
+  }
+  return among;
+}
+
 unsigned long mergeIntoInlineList(PageCacheSType* pc, RepTreeRootSType* destination, unsigned long base,
                                   const uint64_t* words, int bits) {
   const RepBitListContentsSType* list = inlineListContents(*destination);
-  if (list == nullptr || bits > BM_BIT_LIST_CAPACITY - list->count) return 0;
+  if (list == nullptr || bits - entriesAmong(*list, base, words) > BM_BIT_LIST_CAPACITY - list->count) return 0;
   return addAsEntries(pc, destination, base, words);
 }
 
@@ -60,7 +71,7 @@ unsigned long mergeSpan(PageCacheSType* pc, RepTreeRootSType* destination, unsig
 
 unsigned long addSpan(PageCacheSType* pc, RepTreeRootSType* destination, unsigned long base, const uint64_t* words,
                       int bits) {
-  if (destination->treeKind < 0) return mergeIntoInlineList(pc, destination, base, words, bits);
+  if (destination->treeKind < 0) return addAsEntries(pc, destination, base, words);
   if (goesInWhole(pc, *destination, base, bits)) return mergeSpan(pc, destination, base, words, bits);
   // the entries take the tree through the shapes that it has for arrays; the leaf that they leave behind is dense
   const unsigned long newlySet = addAsEntries(pc, destination, base, words);

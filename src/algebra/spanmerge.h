@@ -10,6 +10,6 @@ unsigned long mergeSpan(PageCacheSType* pc, RepTreeRootSType* destination, unsig
                         int bits);
 
 // The same, leaving the tree in the shape that the bits as ascending arrays would: a list as long as they fit in one,
-// and other entries of that list where a split would leave them.
+// and other entries of that list where a split would leave them. An inline list takes bits until it is full.
 unsigned long addSpan(PageCacheSType* pc, RepTreeRootSType* destination, unsigned long base, const uint64_t* words,
                       int bits);

@@ -163,7 +163,8 @@ struct BulkClear {
   void passBitsAboveEntries(const RepBitListContentsSType& list, const BmPathSType& path);
   void clearInDenseLeaf(RepBmLeafPageSType* page);
   void passBrokenLeaf(RepPageHdrSType* page, const BmPathSType& path);
-  bool clearInNextLeaf();
+  void passUnwritableLeaf(const BmPathSType& path);
+  void clearInNextLeaf();
 };
 
 void BulkClear::clearInListLeaf(RepBitListPageSType* page, const BmPathSType& path) {
@@ -208,23 +209,31 @@ void BulkClear::passBrokenLeaf(RepPageHdrSType* page, const BmPathSType& path) {
   cursor = run.cursor;
 }
 
-// Clears what lies in the leaf of the element under the cursor. False when no page was to be had for a shadow.
-bool BulkClear::clearInNextLeaf() {
+// A leaf that cannot be made writable keeps its bits.
+void BulkClear::passUnwritableLeaf(const BmPathSType& path) {
+  const bool isDense = pages.leaf(path.levels[0].pageId)->pageKind == REP_BM_LEAF_PAGE;
+  BitRun run{cursor + 1, end, (isDense ? spanEnd(*cursor) : listLeafLimit(*root, path)) - 1};
+  run.skipToEnd();
+  cursor = run.cursor;
+}
+
+// Clears what lies in the leaf of the element under the cursor.
+void BulkClear::clearInNextLeaf() {
   BmPathSType path{};
   if (!findLeafPageForBit(pc, root, *cursor, &path)) {
     ++cursor;
-    return true;
+    return;
   }
   RepPageHdrSType* page = locateForWrite(pc, root, 0, &path);
-  if (page == nullptr) return false;
-  if (page->pageKind == REP_BIT_LIST_PAGE) {
+  if (page == nullptr) {
+    passUnwritableLeaf(path);
+  } else if (page->pageKind == REP_BIT_LIST_PAGE) {
     clearInListLeaf(asListPage(page), path);
   } else if (page->pageKind == REP_BM_LEAF_PAGE) {
     clearInDenseLeaf(asDensePage(page));
   } else {
     passBrokenLeaf(page, path);
   }
-  return true;
 }
 
 }  // namespace
@@ -241,8 +250,7 @@ unsigned long BmClearBitsFromSortedArray_(PageCacheSType* pc, RepTreeRootSType* 
                                           const unsigned long* end) {
   if (root->treeKind < 0) return clearInInlineList(*root, first, end);
   BulkClear run{pc, root, TreeAccess(pc, *root), first, end, 0};
-  while (run.cursor < end && run.clearInNextLeaf()) {
-  }
+  while (run.cursor < end) run.clearInNextLeaf();
   return run.total;
 }
 

@@ -105,6 +105,17 @@ TEST_P(IntersectionTest, AnInlineListIsAResult) {
   EXPECT_EQ(bitsOf(*result.root()), (Bits{1, 5}));
 }
 
+TEST_P(IntersectionTest, AnInlineListTakesSharedBitsOfDenseLeavesUntilItIsFull) {
+  InlineTree result(runOfBits(span(1), span(1) + 2000));
+  const Leaves shared{denseLeaf(0, runOfBits(0, 500))};
+  intersect(built(shared), other(shared), *result.root());
+  EXPECT_EQ(host.takeReports().size(), 1u);  // of the bit that found no room
+  Bits expected = runOfBits(0, 43);
+  const Bits before = runOfBits(span(1), span(1) + 2000);
+  expected.insert(expected.end(), before.begin(), before.end());
+  EXPECT_EQ(bitsOf(*result.root()), expected);
+}
+
 // ---------------------------------------------------------------------------------------------------------
 // Limits
 

@@ -1,5 +1,5 @@
-// Every operation between every two forms of tree: the four kinds with pages in every level and leaf form, inline
-// lists, and disk roots where there is a form for them.
+// Every operation between every two forms of tree: the four kinds with pages in every level and leaf form, and inline
+// lists.
 #include "algebra/copy.h"
 #include "algebra/treelayout.h"
 
@@ -81,7 +81,8 @@ class PairingsTest : public TreeFixture {
     host.logEvents(false);
     for (const BmTreeKindEType kindA :
          {BM_INLINE_LIST_TREE, BM_HEAP_TREE, BM_PAGE_TREE, BM_SHARED_PAGE_TREE, BM_CAREFUL_TREE}) {
-      for (const BmTreeKindEType kindB : {BM_INLINE_LIST_TREE, BM_HEAP_TREE, BM_PAGE_TREE, BM_CAREFUL_TREE}) {
+      for (const BmTreeKindEType kindB :
+           {BM_INLINE_LIST_TREE, BM_HEAP_TREE, BM_PAGE_TREE, BM_SHARED_PAGE_TREE, BM_CAREFUL_TREE}) {
         for (const Form& formA : forms) {
           for (const Form& formB : forms) {
             if (denseRoots != DenseRoots::everywhere && &formB == &denseRootForm) continue;

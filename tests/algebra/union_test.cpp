@@ -186,6 +186,12 @@ TEST_P(UnionTest, ADenseLeafThatAnInlineListHasNoRoomForIsLeftOut) {
   EXPECT_EQ(unite(built(Leaves{denseLeaf(span(1), runOfBits(span(1), span(1) + 43))}), *destination.root()), 43u);
 }
 
+TEST_P(UnionTest, BitsThatAnInlineListHasAlreadyNeedNoRoom) {
+  InlineTree destination(runOfBits(0, 2001));
+  EXPECT_EQ(unite(built(Leaves{denseLeaf(0, runOfBits(0, 2021))}), *destination.root()), 20u);
+  EXPECT_EQ(bitsOf(*destination.root()), runOfBits(0, 2021));
+}
+
 TEST_P(UnionTest, DiskRootsAreExpandedAndDestinationsWrittenBack) {
   if (isHeap()) return;
   const DiskTreeRootSType source = diskRootOf(built(Leaves{denseLeaf(span(1), {span(1)})}));

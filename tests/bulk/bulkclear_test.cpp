@@ -281,6 +281,19 @@ TEST_P(BulkClearTest, WithoutAPageForAShadowTheCountSoFarIsReturned) {
   expectSound(root, {2, span(1), span(1) + 1});
 }
 
+TEST_P(BulkClearTest, ALeafThatCannotBeMadeWritableIsPassedOverWhole) {
+  if (!isCareful()) return;
+  RepTreeRootSType& root = adopt(buildTree(
+      host, kind(),
+      Leaves{listLeaf(0, {1, 2}), denseLeaf(span(2), {span(2), span(2) + 9}), listLeaf(span(5), {span(5)})}));
+  moveStampOn();
+  EXPECT_EQ(BmSetBit(&host, &root, span(5) + 1), 0);  // the last leaf and the root are of this stamp
+  host.setPageBudget(0);
+  EXPECT_EQ(clearBits(host, root, {1, 2, span(1), span(2), span(2) + 9, span(5)}), 1u);
+  host.setPageBudget(-1);
+  expectSound(root, {1, 2, span(2), span(2) + 9, span(5) + 1});
+}
+
 TEST_P(BulkClearTest, ALeafOfAWrongKindIsReportedOnceAndPassed) {
   RepTreeRootSType& root = adopt(buildTree(
       host, kind(),
