@@ -104,9 +104,11 @@ class BitmapSet final : public NumberSet {
 
   void assignCopy(const NumberSet& source) override { BmCopyTree(pc_, &rootOf(source), &root_); }
 
+  // The larger set is copied, the smaller one added to it.
   void assignUnion(const NumberSet& a, const NumberSet& b) override {
-    BmCopyTree(pc_, &rootOf(a), &root_);
-    BmSetBits_(pc_, &rootOf(b), &root_);
+    const bool isALarger = a.size() >= b.size();
+    BmCopyTree(pc_, &rootOf(isALarger ? a : b), &root_);
+    BmSetBits_(pc_, &rootOf(isALarger ? b : a), &root_);
   }
 
   void assignIntersection(const NumberSet& a, const NumberSet& b) override {
