@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <vector>
 
 #include "systemerror.h"
 
@@ -54,6 +55,25 @@ void requireLmdbFile(const std::filesystem::path& path, bool create) {
   if (file.gcount() < static_cast<std::streamsize>(head.size()) || magic != 0xBEEFC0DE) {
     throw StoreError(StoreErrorCode::foreignFile, path.string() + " is not a store");
   }
+}
+
+// Makes the file `bytes` longer, at most unwrittenTail. Another process may be making it longer as well: what is
+// appended goes behind whatever is there by then, so that nothing written is changed or cut off.
+void growFile(const std::filesystem::path& path, uint64_t bytes) {
+  const int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+  if (fd < 0) throwSystemError(errno, "opening " + path.string());
+  const std::vector<std::byte> zeros(bytes);
+  for (size_t done = 0; done < zeros.size();) {
+    const ssize_t moved = ::write(fd, zeros.data() + done, zeros.size() - done);
+    if (moved > 0) {
+      done += static_cast<size_t>(moved);
+    } else if (moved == 0 || errno != EINTR) {
+      const int error = moved == 0 ? ENOSPC : errno;
+      ::close(fd);
+      throwSystemError(error, "growing " + path.string());
+    }
+  }
+  ::close(fd);
 }
 
 }  // namespace
@@ -146,7 +166,7 @@ void LmdbEnv::requireWholeFile() const {
     throw StoreError(StoreErrorCode::damaged, path_.string() + " is cut off: it has " + std::to_string(present) +
                                                   " of " + std::to_string(wanted) + " bytes");
   }
-  if (present < wanted && !readOnly_) std::filesystem::resize_file(path_, wanted);
+  if (present < wanted && !readOnly_) growFile(path_, wanted - present);
 }
 
 void LmdbEnv::openPages(bool mayBeEmpty) {

@@ -144,6 +144,20 @@ TEST_F(FileTest, AFileThatWasCutOffIsReported) {
   expectError(StoreErrorCode::damaged, [&] { reopen(OpenMode::readOnly); });
 }
 
+TEST_F(FileTest, AnUnwrittenTailIsAppendedByWhoMayWriteAndLeftAloneByWhoMayNot) {
+  makeFilled();
+  constexpr uint64_t cut = uint64_t{3} * 4096;
+  const uint64_t whole = std::filesystem::file_size(path());
+  std::filesystem::resize_file(path(), whole - cut);
+  reopen(OpenMode::readOnly);
+  EXPECT_EQ(std::filesystem::file_size(path()), whole - cut);
+  reopen();
+  EXPECT_EQ(std::filesystem::file_size(path()), whole);
+  std::filesystem::resize_file(path(), whole + 4096);  // as another process leaves it that has just made it longer
+  reopen();
+  EXPECT_EQ(std::filesystem::file_size(path()), whole + 4096);
+}
+
 TEST_F(FileTest, AReadOnlyStoreRefusesAWriterAndServesReaders) {
   makeFilled(1);
   Store store = reopen(OpenMode::readOnly);
