@@ -94,6 +94,7 @@ void addCombine(Command& command, CombineOptions& options) {
   command.needs("--replace", "--into");
   command.excludes("--count", "--into");
   command.excludes("--output", "--into");
+  command.excludes("--output", "--count");
   command.outputFormat(options.format);
   command.flag("--force", options.force, "Replace an existing file");
   command.report(options.report);

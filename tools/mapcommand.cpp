@@ -195,6 +195,7 @@ void addMap(Program& program) {
       [options = options](size_t i) { options->colour = static_cast<ColourMode>(i); }, "Colours on the terminal");
   command.flag("--force", options->force, "Replace an existing file");
   command.report(options->report);
+  command.excludes("--json", "--svg");
 }
 
 }  // namespace bmtree::tools

@@ -43,3 +43,6 @@ t and s.bmt two none
 t and s.bmt two three --count --into x
 t and s.bmt two three --replace
 t and s.bmt two three --json
+t and s.bmt two three --count --output counted.txt
+t xor s.bmt two three --output counted.txt --count --json
+ls counted.txt* 2>&1 || true

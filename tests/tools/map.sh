@@ -22,6 +22,9 @@ t map s.bmt shapes --svg shapes.svg
 t map s.bmt --svg all.svg
 t map s.bmt --svg all.svg
 t map s.bmt --svg all.svg --force -q
+t map s.bmt shapes --json --svg both.svg
+t map s.bmt --svg both.svg --json
+ls both.svg* 2>&1 || true
 bmtree rename -q s.bmt one 'a <b> & "c"'
 for tree in shapes none ends 'a <b> & "c"'; do bmtree map s.bmt "$tree" --svg - >"$tree.svg"; done
 for picture in *.svg; do
