@@ -19,6 +19,7 @@ namespace {
 constexpr size_t bufferBytes = 256 << 10;
 constexpr size_t chunkNumbers = 16384;
 constexpr size_t digitsAtMost = 20;
+constexpr unsigned namesAtMost = 1000;  // that are tried for a file which is not complete
 
 void requireFree(const std::string& path) {
   if (std::filesystem::exists(std::filesystem::symlink_status(path))) {
@@ -26,11 +27,24 @@ void requireFree(const std::string& path) {
   }
 }
 
-FileDescriptor openForWriting(const std::string& path, bool stream, bool overwrite, const std::string& temporary) {
+// A new file beside `path`; `name` becomes its name. Whatever stands under a name already, a file of somebody else or
+// a link that leads elsewhere, is left alone.
+FileDescriptor makePartFile(const std::string& path, std::string& name) {
+  const std::string stem = path + ".part-" + std::to_string(::getpid()) + "-";
+  for (unsigned suffix = 0;; ++suffix) {
+    name = stem + std::to_string(suffix);
+    FileDescriptor file(::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
+    if (file.get() >= 0) return file;
+    if (errno != EEXIST || suffix == namesAtMost) throwSystemFailure(errno, path);
+  }
+}
+
+// Opens what is written to; `temporary` becomes the name of the file until it is complete.
+FileDescriptor openForWriting(const std::string& path, bool stream, bool overwrite, std::string& temporary) {
   if (path == "-") return FileDescriptor(::dup(STDOUT_FILENO));
   if (!stream && !overwrite) requireFree(path);
-  FileDescriptor file(stream ? ::open(path.c_str(), O_WRONLY | O_CLOEXEC)
-                             : ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+  if (!stream) return makePartFile(path, temporary);
+  FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
   if (file.get() < 0) throwSystemFailure(errno, path);
   return file;
 }
@@ -60,7 +74,6 @@ Output::Output(const std::string& path, bool overwrite)
     : path_(path),
       overwrite_(overwrite),
       stream_(isStream(path)),
-      temporary_(path + ".part-" + std::to_string(::getpid())),
       file_(openForWriting(path, stream_, overwrite, temporary_)) {
   buffer_.reserve(bufferBytes);
 }

@@ -45,7 +45,7 @@ class Output {
   const std::string path_;
   const bool overwrite_;
   const bool stream_;
-  const std::string temporary_;
+  std::string temporary_;
   bool finished_ = false;
   FileDescriptor file_;
   std::vector<std::byte> buffer_;

@@ -80,3 +80,11 @@ t unpack s.bmt bad numbers.txt
 t unpack s.bmt bad /dev/null
 t ls s.bmt --names
 t verify s.bmt -q
+
+echo '--- a link under the name of the unfinished file is not followed'
+echo untouched >victim
+# shellcheck disable=SC2154  # the program is known to whoever runs the case
+(ln -s victim "linked.txt.part-$BASHPID-0" && exec "$program" export s.bmt all linked.txt)
+cat victim
+cmp linked.txt lines.txt && echo 'the same text'
+find . -name 'linked.txt*' -printf '%y\n' | sort
