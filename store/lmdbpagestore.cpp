@@ -147,6 +147,8 @@ class LmdbWriter final : public PageWriter {
     });
   }
 
+  void cancelPuts() noexcept override { drop(); }
+
   void swapCatalogue(uint64_t expected, const CatalogueImage& next, std::span<const uint64_t> obsolete) override {
     attempt([&] {
       if (readCatalogue(*env_, transaction()).version != expected) {

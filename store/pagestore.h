@@ -75,6 +75,10 @@ class PageWriter {
   // Takes a batch of new pages; the bytes may change once the call returns. A page put twice is replaced.
   virtual void put(std::span<const PageImage> pages) = 0;
 
+  // Ends what put() may have left under way, so that nothing is held between two attempts at a commit. Which of the
+  // pages that were put remain is open; all are put again before the next swap.
+  virtual void cancelPuts() noexcept = 0;
+
   // Makes everything put so far durable, replaces the catalogue of version `expected` by `next` and deletes the
   // pages `obsolete` from the view of later snapshots, all of it or nothing. Throws `conflict` if the catalogue
   // has another version. After a failure the pages may be put and the swap tried again.

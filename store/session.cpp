@@ -159,15 +159,24 @@ void Session::commit() {
   requireWriter();
   const Catalogue next = nextCatalogue();
   if (anythingChanged(next)) {
-    context().takeFailures();
-    putNewPages();
-    std::vector<uint64_t> obsolete;
-    forEachBatch(context(), context().obsoletePageIds(),
-                 [&](auto ids) { obsolete.insert(obsolete.end(), ids.begin(), ids.end()); });
-    context().throwFailure();
-    open().writer->swapCatalogue(snapshot().catalogue().version, {next.stamp, encodeCatalogue(next)}, obsolete);
+    try {
+      store(next);
+    } catch (...) {
+      open().writer->cancelPuts();
+      throw;
+    }
   }
   end();
+}
+
+void Session::store(const Catalogue& next) {
+  context().takeFailures();
+  putNewPages();
+  std::vector<uint64_t> obsolete;
+  forEachBatch(context(), context().obsoletePageIds(),
+               [&](auto ids) { obsolete.insert(obsolete.end(), ids.begin(), ids.end()); });
+  context().throwFailure();
+  open().writer->swapCatalogue(snapshot().catalogue().version, {next.stamp, encodeCatalogue(next)}, obsolete);
 }
 
 Catalogue Session::nextCatalogue() const {

@@ -121,6 +121,7 @@ class Session {
   void requireChangeable(const TreeState& tree) const;
   void requireWriter() const;
   void requireNewName(std::string_view name) const;
+  void store(const Catalogue& next);
   void putNewPages();
   Catalogue nextCatalogue() const;
   bool anythingChanged(const Catalogue& next) const;

@@ -2,6 +2,8 @@
 #include <sys/resource.h>
 
 #include <csignal>
+#include <filesystem>
+#include <fstream>
 
 #include "childprocess.h"
 #include "memorypagestore.h"
@@ -50,6 +52,39 @@ TEST_F(FailureTest, ACommitThatFindsTheDiskFullStoresNothingAndCanBeTriedAgain) 
   writer.commit();
   EXPECT_EQ(store_.beginRead().tree("new").count(), 10 * span + 2);
   expectSound(store_);
+}
+
+// The only file that this process has open under `directory`, which is one without a name.
+std::filesystem::path openFileIn(const std::filesystem::path& directory) {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code ignored;
+    const std::string target = std::filesystem::read_symlink(entry, ignored).string();
+    if (target.starts_with(directory.string() + "/")) return entry.path();
+  }
+  return {};
+}
+
+TEST_F(FailureTest, ACommitThatCannotReadItsSpilledPagesHoldsNothingAndCanBeTriedAgain) {
+  const auto directory = path("spill");
+  std::filesystem::create_directory(directory);
+  Store store =
+      Store::over(std::make_unique<MemoryPageStore>(state_), {.memoryLimit = 0, .spillDirectory = directory});
+  Writer writer = store.beginWrite();
+  writer.create("new").setRange(0, 3000 * span - 1);
+  const auto spilled = openFileIn(directory);
+  ASSERT_FALSE(spilled.empty());
+  const auto whole = path("whole");
+  std::filesystem::copy_file(spilled, whole);
+  std::filesystem::resize_file(spilled, std::filesystem::file_size(whole) / 2);
+  const size_t before = state_.pages.size();
+  expectError(StoreErrorCode::io, [&] { writer.commit(); });
+  EXPECT_GT(state_.pages.size(), before);  // it failed between pages that were put
+  EXPECT_FALSE(state_.putsUnderWay);
+  expectOnlyTheKept();
+  std::ofstream(spilled, std::ios::binary | std::ios::in) << std::ifstream(whole, std::ios::binary).rdbuf();
+  writer.commit();
+  EXPECT_EQ(store.beginRead().tree("new").count(), 3000 * span);
+  expectSound(store);
 }
 
 TEST_F(FailureTest, ASwapThatFailsLeavesTheLastCommitAndGarbageThatTheNextWriterDrops) {

@@ -87,6 +87,7 @@ class Writer final : public PageWriter {
 
   void put(std::span<const PageImage> pages) override {
     const std::lock_guard lock(state_.mutex);
+    state_.putsUnderWay = true;
     for (const PageImage& page : pages) {
       if (state_.putsUntilFailure == 0) throw StoreError(state_.failure, "putting a page failed");
       if (state_.putsUntilFailure > 0) --state_.putsUntilFailure;
@@ -94,11 +95,14 @@ class Writer final : public PageWriter {
     }
   }
 
+  void cancelPuts() noexcept override { state_.putsUnderWay = false; }
+
   void swapCatalogue(uint64_t expected, const CatalogueImage& next, std::span<const uint64_t> obsolete) override {
     const std::lock_guard lock(state_.mutex);
     if (state_.swapFails) throw StoreError(state_.failure, "swapping the catalogue failed");
     if (state_.catalogue.version != expected) throw StoreError(StoreErrorCode::conflict, "the catalogue has changed");
     ++state_.swaps;
+    state_.putsUnderWay = false;
     state_.catalogue = next;
     for (const uint64_t id : obsolete) state_.pages.erase(id);
   }

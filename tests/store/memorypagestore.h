@@ -22,6 +22,7 @@ class MemoryPageStore final : public PageStore {
     std::map<uint64_t, Page> pages;
     CatalogueImage catalogue{};
     bool hasWriter = false;
+    bool putsUnderWay = false;  // pages were put and neither swapped in nor cancelled
 
     long putsUntilFailure = -1;  // pages that may be put before one fails; negative: all
     bool swapFails = false;
