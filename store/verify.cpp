@@ -1,5 +1,6 @@
 // Checks a store: pages, trees, and that both sides name the same pages.
 #include <algorithm>
+#include <new>
 #include <set>
 
 #include "maintenance.h"
@@ -72,11 +73,17 @@ class Verification {
     context_.throwFailure();
   }
 
-  static void report(void* context, unsigned long pageRef, int level, const char* sentence) {
+  // Called by the module, through which nothing may be thrown.
+  static void report(void* context, unsigned long pageRef, int level, const char* sentence) noexcept {
     auto* self = static_cast<Verification*>(context);
     if (self->damagedPages_.contains(pageRef)) return;
-    self->add(Finding::Kind::tree, pageRef, *self->inTree_,
-              "page " + std::to_string(pageRef) + " at level " + std::to_string(level) + ": " + sentence);
+    const uint64_t before = self->report_.faults;
+    try {
+      self->add(Finding::Kind::tree, pageRef, *self->inTree_,
+                "page " + std::to_string(pageRef) + " at level " + std::to_string(level) + ": " + sentence);
+    } catch (const std::bad_alloc&) {
+      self->report_.faults = before + 1;  // a fault that there is no memory to describe still counts
+    }
   }
 
   // Pages of the tree that could not be used: those that fail by themselves were found before, but not whose they
