@@ -70,6 +70,9 @@ std::string verifyText(const VerifyReport& found) {
   if (found.faults > found.findings.size()) text += "... and more\n";
   text += counted(found.pagesChecked, "page") + " and " + counted(found.treesChecked, "tree") + " checked, " +
           (found.sound() ? "all is well" : counted(found.faults, "fault") + " found") + "\n";
+  if (found.uncommittedPages != 0) {
+    text += counted(found.uncommittedPages, "page") + " of unfinished commits, which are no fault\n";
+  }
   return text;
 }
 

@@ -16,6 +16,17 @@ is a "$(bmtree export s.bmt a | md5sum)" "$(bmtree export small.bmt a | md5sum)"
 is b "$(bmtree export s.bmt b | md5sum)" "$(bmtree export small.bmt b | md5sum)"
 t verify small.bmt -q
 
+echo '--- a commit that the size of a file cuts off'
+cp s.bmt cut.bmt
+(
+  trap '' XFSZ
+  ulimit -f 80000
+  bmtree range -q cut.bmt big 0 1000000000 2>/dev/null || echo "[exit $?]"
+)
+t verify cut.bmt | sed 's/^[0-9,]* pages of/N pages of/'
+bmtree set -q cut.bmt b 8
+t verify cut.bmt
+
 echo '--- no store'
 seq 100000 >text
 t ls text
