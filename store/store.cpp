@@ -1,14 +1,11 @@
 #include "store.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <thread>
 
 #include "lmdbpagestore.h"
 #include "maintenance.h"
-#include "systemerror.h"
+#include "unfinishedstore.h"
 
 namespace bmtree {
 namespace {
@@ -36,20 +33,6 @@ void requireCatalogue(PageStore& pages, OpenMode mode) {
     if (!writeFirstCatalogue(pages)) std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   throw StoreError(StoreErrorCode::writerActive, "another process is making this store and does not finish");
-}
-
-// Makes an empty file that was not there before.
-void makeNewFile(const std::filesystem::path& path) {
-  const int fd = ::open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0644);
-  if (fd < 0 && errno == EEXIST) throw StoreError(StoreErrorCode::fileExists, path.string() + " exists");
-  if (fd < 0) throwSystemError(errno, "making " + path.string());
-  ::close(fd);
-}
-
-void removeStoreFiles(const std::filesystem::path& path) noexcept {
-  std::error_code ignored;
-  std::filesystem::remove(path, ignored);
-  std::filesystem::remove(path.string() + "-lock", ignored);
 }
 
 }  // namespace
@@ -90,15 +73,11 @@ VerifyReport Store::verify(const Progress& progress) const {
 
 void Store::compactTo(const std::filesystem::path& path, const Progress& progress) const {
   Session session(shared_->place, false);
-  makeNewFile(path);
-  try {
-    StoreOptions options = shared_->place.options;
-    options.mode = OpenMode::create;
-    compactInto(*openLmdbPageStore(path, options), session, progress);
-  } catch (...) {
-    removeStoreFiles(path);
-    throw;
-  }
+  UnfinishedStore target(path);
+  StoreOptions options = shared_->place.options;
+  options.mode = OpenMode::create;
+  compactInto(*openLmdbPageStore(target.file(), options), session, progress);
+  target.publish();
 }
 
 StoreInfo Store::info() const {

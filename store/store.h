@@ -377,7 +377,8 @@ class Store {
   VerifyReport verify(const Progress& progress = nullptr) const;
 
   // Writes the trees of a snapshot to a new store in the file `path`, with only the pages in use, renumbered.
-  // Readers and the writer go on meanwhile. Throws fileExists; any failure removes what was written.
+  // Readers and the writer go on meanwhile. The file appears under `path` when it is complete; any failure removes
+  // what was written. Throws fileExists.
   void compactTo(const std::filesystem::path& path, const Progress& progress = nullptr) const;
 
   StoreInfo info() const;

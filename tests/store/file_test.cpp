@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <fstream>
@@ -26,6 +27,16 @@ class FileTest : public StoreTest {
     writer.create("dense").setRange(0, spans * 130752 - 1);
     writer.create("few").set(std::vector<uint64_t>{1, 1000, 1000000});
     writer.commit();
+  }
+
+  // Requires these files, given in ascending order, and no others beside the store.
+  void expectFiles(const std::vector<std::string>& wanted) const {
+    std::vector<std::string> present;
+    for (const auto& entry : std::filesystem::directory_iterator(path().parent_path())) {
+      present.push_back(entry.path().filename());
+    }
+    std::sort(present.begin(), present.end());
+    EXPECT_EQ(present, wanted);
   }
 
   // Writes `value` under `key` in the LMDB file of the store, behind its back; or takes the value away.
@@ -266,7 +277,26 @@ TEST_F(FileTest, ADamagedPageStopsOnlyWhatNeedsIt) {
   second.abort();
   EXPECT_EQ(store.beginRead().tree("dense").count(), 40 * 130752 - 1);
   expectError(StoreErrorCode::damaged, [&] { store.compactTo(path("compact")); });
-  EXPECT_FALSE(std::filesystem::exists(path("compact")));
+  expectFiles({"store", "store-lock"});
+}
+
+TEST_F(FileTest, ACompactedStoreAppearsWhenItIsCompleteAndReplacesNothing) {
+  makeFilled();
+  const Store store = reopen();
+  bool early = false;
+  store.compactTo(path("compact"),
+                  [&](uint64_t, uint64_t) { early = early || std::filesystem::exists(path("compact")); });
+  EXPECT_FALSE(early);
+  expectFiles({"compact", "store", "store-lock"});
+  expectError(StoreErrorCode::fileExists, [&] { store.compactTo(path("compact")); });
+  expectError(StoreErrorCode::fileExists, [&] {  // one that somebody else makes meanwhile
+    store.compactTo(path("taken"), [&](uint64_t, uint64_t) { writeFile("taken", "something"); });
+  });
+  EXPECT_EQ(std::filesystem::file_size(path("taken")), 9u);
+  expectFiles({"compact", "store", "store-lock", "taken"});
+  const Store compact = Store::open(path("compact"));
+  EXPECT_EQ(compact.beginRead().tree("dense").count(), 40 * 130752);
+  expectSound(compact);
 }
 
 TEST_F(FileTest, LeakedAndLostPagesAreFound) {
