@@ -35,6 +35,8 @@ void requireCatalogue(PageStore& pages, OpenMode mode) {
   throw StoreError(StoreErrorCode::writerActive, "another process is making this store and does not finish");
 }
 
+bool isWithoutCommit(PageStore& pages) { return pages.snapshot()->catalogue().version == Catalogue{}.stamp; }
+
 }  // namespace
 
 struct Store::Shared {
@@ -48,6 +50,9 @@ Store::~Store() = default;
 
 Store Store::open(const std::filesystem::path& path, const StoreOptions& options) {
   Store store = over(openLmdbPageStore(path, options), options);
+  if (options.mode != OpenMode::readOnly && options.syncCommits && isWithoutCommit(*store.shared_->place.pages)) {
+    syncFolderOf(path);  // the name of the file, before the first commit relies on it
+  }
   store.shared_->place.directory = path.has_parent_path() ? path.parent_path() : ".";
   return store;
 }

@@ -7,6 +7,7 @@
 
 #include "systemerror.h"
 #include "treeaccess.h"
+#include "unfinishedstore.h"
 
 namespace bmtree {
 namespace {
@@ -58,7 +59,7 @@ class FileInTheMaking {
     const std::string name = path_.filename();
     const int failed = overwrite ? ::renameat(directory_.fd(), name_.c_str(), directory_.fd(), name.c_str())
                                  : ::linkat(directory_.fd(), name_.c_str(), directory_.fd(), name.c_str(), 0);
-    if (failed == 0) return;
+    if (failed == 0) return syncFolderOf(path_);
     if (errno == EEXIST) throw StoreError(StoreErrorCode::fileExists, path_.string() + " exists");
     throwSystemError(errno, "writing " + path_.string());
   }

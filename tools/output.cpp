@@ -12,6 +12,7 @@
 #include "exitcode.h"
 #include "progress.h"
 #include "tempfile.h"
+#include "unfinishedstore.h"
 
 namespace bmtree::tools {
 namespace {
@@ -119,6 +120,7 @@ void Output::publish() {
       overwrite_ ? ::rename(temporary_.c_str(), path_.c_str()) : ::link(temporary_.c_str(), path_.c_str());
   if (failed != 0) throwSystemFailure(errno, path_);
   if (!overwrite_) ::unlink(temporary_.c_str());
+  syncFolderOf(path_);
 }
 
 void NumberWriter::write(std::span<const uint64_t> numbers) {
