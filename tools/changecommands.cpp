@@ -102,14 +102,15 @@ void addGiven(const std::vector<NumberRange>& ranges, const EditOptions& options
 
 int runSet(const EditOptions& options) {
   const std::vector<NumberRange> ranges = parseRanges(options.numbers);
-  Store store = options.store.open(OpenMode::create);
-  Writer writer = store.beginWrite();
+  StoreToFill target(options.store);
+  Writer writer = target.store().beginWrite();
   Tree given = writer.temporary();
   addGiven(ranges, options, given);
   Tree tree = writer.treeOrNew(options.name);
   const uint64_t changed = tree.unite(given);
   const uint64_t count = tree.count();
   writer.commit();
+  target.finish();
   reportAdded(options.report, options.name, changed, count);
   return exitDone;
 }
@@ -128,15 +129,36 @@ int runClear(const EditOptions& options) {
   return exitDone;
 }
 
+// What a change of a range did: numbers put in or taken out, and numbers there now.
+struct RangeResult {
+  uint64_t changed;
+  uint64_t count;
+};
+
+RangeResult putRange(const RangeOptions& options) {
+  StoreToFill target(options.store);
+  Writer writer = target.store().beginWrite();
+  Tree tree = writer.treeOrNew(options.name);
+  const uint64_t changed = tree.setRange(options.first, options.last);
+  const RangeResult result{changed, tree.count()};
+  writer.commit();
+  target.finish();
+  return result;
+}
+
+RangeResult takeRangeOut(const RangeOptions& options) {
+  Store store = options.store.open(OpenMode::readWrite);
+  Writer writer = store.beginWrite();
+  Tree tree = writer.tree(options.name);
+  const uint64_t changed = tree.clearRange(options.first, options.last);
+  const RangeResult result{changed, tree.count()};
+  writer.commit();
+  return result;
+}
+
 int runRange(const RangeOptions& options) {
   requireOrder({options.first, options.last});
-  Store store = options.store.open(options.clear ? OpenMode::readWrite : OpenMode::create);
-  Writer writer = store.beginWrite();
-  Tree tree = options.clear ? writer.tree(options.name) : writer.treeOrNew(options.name);
-  const uint64_t changed =
-      options.clear ? tree.clearRange(options.first, options.last) : tree.setRange(options.first, options.last);
-  const uint64_t count = tree.count();
-  writer.commit();
+  const auto [changed, count] = options.clear ? takeRangeOut(options) : putRange(options);
   (options.clear ? reportTakenOut : reportAdded)(options.report, options.name, changed, count);
   return exitDone;
 }

@@ -4,6 +4,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <CLI/Validators.hpp>
+#include <filesystem>
 #include <utility>
 
 #include "exitcode.h"
@@ -43,6 +44,19 @@ Store StoreArguments::open(OpenMode mode) const {
   options.mode = mode;
   options.memoryLimit = memoryMiB << 20;
   return Store::open(store, options);
+}
+
+StoreToFill::StoreToFill(const StoreArguments& arguments) {
+  StoreArguments target = arguments;
+  if (!std::filesystem::exists(std::filesystem::symlink_status(arguments.store))) {
+    target.store = made_.emplace(arguments.store).file().string();
+  }
+  store_ = target.open(OpenMode::create);
+}
+
+void StoreToFill::finish() {
+  store_.reset();
+  if (made_) made_->publish();
 }
 
 void requireOrder(const NumberRange& range) {

@@ -13,6 +13,7 @@
 #include "json.h"
 #include "output.h"
 #include "store.h"
+#include "unfinishedstore.h"
 
 namespace CLI {
 class App;
@@ -32,6 +33,22 @@ struct StoreArguments {
   uint64_t memoryMiB = 256;
 
   Store open(OpenMode mode) const;
+};
+
+// The store of a command that makes it if it is missing. One that is missing is filled under another name and gets
+// its own when the command has succeeded: a failure leaves nothing behind.
+class StoreToFill {
+ public:
+  explicit StoreToFill(const StoreArguments& arguments);
+
+  Store& store() { return *store_; }
+
+  // Called after the commit; closes the store.
+  void finish();
+
+ private:
+  std::optional<UnfinishedStore> made_;
+  std::optional<Store> store_;  // closed before the file goes
 };
 
 // Bounds on numbers, inclusive.

@@ -97,10 +97,11 @@ int runLoad(const LoadOptions& options) {
   const std::vector<std::string> files = options.files.empty() ? std::vector<std::string>{"-"} : options.files;
   std::vector<LoadJob> jobs = options.each ? planEach(options) : std::vector{LoadJob{options.name, files, {}}};
   InputReader reader(options.format, files);
-  Store store = options.store.open(OpenMode::create);
-  Writer writer = store.beginWrite();
+  StoreToFill target(options.store);
+  Writer writer = target.store().beginWrite();
   for (LoadJob& job : jobs) runJob(writer, reader, options.replace, job);
   writer.commit();
+  target.finish();
   reader.finish();
   reportLoad(options.report, jobs);
   return exitDone;

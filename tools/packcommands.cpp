@@ -76,8 +76,8 @@ uint64_t addRecord(Tree& tree, uint64_t index, std::span<const std::byte> record
 }
 
 int runUnpack(const UnpackOptions& options) {
-  Store store = options.store.open(OpenMode::create);
-  Writer writer = store.beginWrite();
+  StoreToFill target(options.store);
+  Writer writer = target.store().beginWrite();
   Tree tree = writer.treeOrNew(options.name);
   if (options.replace) tree.clearAll();
   ProgressLine progress("unpacking", "records", 0);
@@ -87,6 +87,7 @@ int runUnpack(const UnpackOptions& options) {
     progress.update(index + 1);
   });
   writer.commit();
+  target.finish();
   progress.finish();
   if (options.report.json) {
     JsonWriter json;

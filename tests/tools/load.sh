@@ -66,3 +66,18 @@ t load s.bmt bad logs
 t load s.bmt 'day/' --each logs/monday.txt bad.txt
 t ls s.bmt --names
 t get s.bmt day/monday
+
+echo '--- a new store whose first load fails is not made'
+printf '1\n2 3x\n' >bad.txt
+t load new.bmt x bad.txt
+t load new.bmt x missing.txt
+t import new.bmt x shuffled.txt
+t unpack new.bmt x missing.pack
+t set new.bmt x --file bad.txt
+t set new.bmt '' 5
+t range new.bmt '' 5 6
+ls new.bmt* 2>&1 || true
+t load no/folder/new.bmt x mixed.txt
+t load new.bmt x mixed.txt
+t verify new.bmt
+ls new.bmt*
