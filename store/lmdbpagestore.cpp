@@ -14,8 +14,6 @@
 namespace bmtree {
 namespace {
 
-// Bytes of pages after which a writer's LMDB transaction is committed and another begun.
-constexpr size_t stagedBytesLimit = size_t{48} << 20;
 constexpr size_t deletedAtOnce = 100000;
 
 CatalogueImage readCatalogue(const LmdbEnv& env, MDB_txn* txn) {
@@ -128,7 +126,11 @@ void LmdbSnapshot::listPages(const std::function<void(std::span<const uint64_t>)
 
 class LmdbWriter final : public PageWriter {
  public:
-  explicit LmdbWriter(std::shared_ptr<LmdbEnv> env) : env_(std::move(env)) { lock(); }
+  // After `stagedBytesLimit` bytes of pages the LMDB transaction is committed and another begun.
+  LmdbWriter(std::shared_ptr<LmdbEnv> env, uint64_t stagedBytesLimit)
+      : env_(std::move(env)), stagedBytesLimit_(stagedBytesLimit) {
+    lock();
+  }
   LmdbWriter(const LmdbWriter&) = delete;
   LmdbWriter& operator=(const LmdbWriter&) = delete;
   ~LmdbWriter() override {
@@ -200,7 +202,7 @@ class LmdbWriter final : public PageWriter {
   void putPage(const PageImage& page) {
     putValue(page.id, {std::span(page.bytes, pageBytes)});
     stagedBytes_ += pageBytes;
-    if (stagedBytes_ >= stagedBytesLimit) commitStaged();
+    if (stagedBytes_ >= stagedBytesLimit_) commitStaged();
   }
 
   void putCatalogue(const CatalogueImage& image) {
@@ -260,12 +262,14 @@ class LmdbWriter final : public PageWriter {
   const std::shared_ptr<LmdbEnv> env_;
   int lockFd_ = -1;
   MDB_txn* txn_ = nullptr;
-  size_t stagedBytes_ = 0;
+  const uint64_t stagedBytesLimit_;
+  uint64_t stagedBytes_ = 0;
 };
 
 class LmdbPageStore final : public PageStore {
  public:
-  explicit LmdbPageStore(std::shared_ptr<LmdbEnv> env) : env_(std::move(env)) {}
+  LmdbPageStore(std::shared_ptr<LmdbEnv> env, uint64_t stagedBytesLimit)
+      : env_(std::move(env)), stagedBytesLimit_(stagedBytesLimit) {}
 
   std::unique_ptr<PageSnapshot> snapshot() override { return std::make_unique<LmdbSnapshot>(env_); }
 
@@ -273,7 +277,7 @@ class LmdbPageStore final : public PageStore {
     if (env_->readOnly()) {
       throw StoreError(StoreErrorCode::readOnly, env_->path().string() + " was opened for reading only");
     }
-    auto writer = std::make_unique<LmdbWriter>(env_);
+    auto writer = std::make_unique<LmdbWriter>(env_, stagedBytesLimit_);
     int dead = 0;
     mdb_reader_check(env_->env(), &dead);  // readers that died would keep given-up pages from being used again
     return writer;
@@ -283,6 +287,7 @@ class LmdbPageStore final : public PageStore {
 
  private:
   const std::shared_ptr<LmdbEnv> env_;
+  const uint64_t stagedBytesLimit_;
 };
 
 // Adds up the free lists: values of the database 0, each a count and that many page numbers.
@@ -322,7 +327,7 @@ PageStoreFigures LmdbPageStore::figures() {
 }  // namespace
 
 std::unique_ptr<PageStore> openLmdbPageStore(const std::filesystem::path& path, const StoreOptions& options) {
-  return std::make_unique<LmdbPageStore>(std::make_shared<LmdbEnv>(path, options));
+  return std::make_unique<LmdbPageStore>(std::make_shared<LmdbEnv>(path, options), options.stagedBytes);
 }
 
 }  // namespace bmtree

@@ -61,6 +61,10 @@ struct StoreOptions {
   // never more, and damages nothing.
   bool syncCommits = true;
 
+  // Bytes of pages after which a commit hands on what it has put so far, so that one of any size takes little memory.
+  // At least a page.
+  uint64_t stagedBytes = uint64_t{48} << 20;
+
   // Address space to reserve, in bytes, which is also the most the file may grow to. If so much is not to be
   // had, half is tried, down to twice the size of the file.
   uint64_t mapBytes = uint64_t{1} << 40;
