@@ -2,9 +2,11 @@
 //
 // Everything above this interface sees pages and the catalogue through it alone, and assumes no file, no single
 // process and no cheap random reads: an implementation may fetch pages over a network and keep them for as long
-// as the rules below say. A page is written once and never changed; ids only grow and none is used twice. Pages
-// become visible when a catalogue that names them is swapped in, so pages may be put long before, in any number
-// of steps, and those of a writer that ended without a swap are garbage that the next writer drops.
+// as the rules below say. A page that a catalogue names is never changed, and its id is never used again, not even
+// after the page was given up. Pages become visible when a catalogue that names them is swapped in, so pages may be
+// put long before, in any number of steps. Those of a writer that ended without a swap are garbage: the next writer
+// drops them before it gives out the same ids for pages of its own, so that an id may have had several contents that
+// nobody could see.
 //
 // Operations throw StoreError, except view() and what ends things, which are called where nothing may throw.
 #pragma once

@@ -65,8 +65,9 @@ struct StoreOptions {
   // At least a page.
   uint64_t stagedBytes = uint64_t{48} << 20;
 
-  // Address space to reserve, in bytes, which is also the most the file may grow to. If so much is not to be
-  // had, half is tried, down to twice the size of the file.
+  // Address space to reserve, in bytes, which is also the most the file may grow to. If so much is not to be had,
+  // half is tried, and so on down to 64 MiB, or to the size of the file if that is more, which leaves a file that
+  // cannot grow.
   uint64_t mapBytes = uint64_t{1} << 40;
 
   // Snapshots that may be open at a time, over all processes. Set by whoever opens the file first.
@@ -349,7 +350,7 @@ struct VerifyReport {
 struct StoreInfo {
   unsigned formatVersion;
   uint64_t stamp;       // of the last commit
-  uint64_t nextPageId;  // ids from here on were never used
+  uint64_t nextPageId;  // no commit has used an id from here on
   uint64_t trees;
   uint64_t pages;      // stored pages
   uint64_t bytesUsed;  // bytes of the file in use
