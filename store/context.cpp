@@ -181,6 +181,7 @@ void StoreContext::unpin(RepPageHdrSType* page) noexcept {
 
 void StoreContext::fail(StoreErrorCode code, const std::string& message, uint64_t pageId) noexcept {
   ++failureCount_;
+  if (code == StoreErrorCode::damaged) ++damageCount_;
   if (failures_.size() >= keptFailures) return;
   try {
     failures_.emplace_back(code, pageId == 0 ? message : "page " + std::to_string(pageId) + ": " + message, pageId);
@@ -209,8 +210,13 @@ void StoreContext::throwFailure() {
   throw failures.front();
 }
 
-std::vector<StoreError> StoreContext::takeFailures() {
+void StoreContext::forgiveDamage() noexcept {
+  if (damageCount_ == failureCount_) takeFailures();
+}
+
+std::vector<StoreError> StoreContext::takeFailures() noexcept {
   failureCount_ = 0;
+  damageCount_ = 0;
   return std::exchange(failures_, {});
 }
 

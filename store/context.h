@@ -40,8 +40,10 @@ class StoreContext : public PageCacheSType {
   bool failed() const { return failureCount_ > 0; }
   // Ends with the first failure thrown, if there was one, and none recorded.
   void throwFailure();
+  // Forgets the recorded failures if all of them are `damaged`.
+  void forgiveDamage() noexcept;
   // The recorded failures, which are forgotten.
-  std::vector<StoreError> takeFailures();
+  std::vector<StoreError> takeFailures() noexcept;
 
   PrivatePages& privatePages() { return pages_; }
   uint64_t stamp() const { return stamp_; }
@@ -70,6 +72,7 @@ class StoreContext : public PageCacheSType {
   std::unique_ptr<PageFrame> emptyInternal_ = std::make_unique<PageFrame>();
   std::vector<StoreError> failures_;
   uint64_t failureCount_ = 0;
+  uint64_t damageCount_ = 0;  // of these, the `damaged` ones
 };
 
 // Why `page` cannot be stored page `id` as the store wrote it, or null if it can: checksum, id, kind, and counts

@@ -133,7 +133,10 @@ std::shared_ptr<TreeState> Session::temporary() const {
 void Session::remove(std::string_view name) {
   requireWriter();
   const auto state = find(name);
-  change(*state, [&](StoreContext& context) { BmDisposeTree(&context, &state->root); });
+  change(*state, [&](StoreContext& context) {
+    BmDisposeTree(&context, &state->root);
+    context.forgiveDamage();  // what stands below a damaged page cannot be found and is left over
+  });
   state->removed = true;
   open().trees.erase(state->name);
 }

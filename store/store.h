@@ -303,7 +303,8 @@ class Writer {
   // A new empty tree that no commit stores.
   Tree temporary();
 
-  // Removes the tree; its handles then throw `closed`.
+  // Removes the tree; its handles then throw `closed`. A tree with damaged pages can be removed as well: pages below
+  // one of them are then left over, which verify tells and a compaction ends.
   void remove(std::string_view name);
   // Gives the tree another name, its handles stay good; throws `treeExists`.
   void rename(std::string_view from, std::string_view to);

@@ -299,6 +299,37 @@ TEST_F(FileTest, ACompactedStoreAppearsWhenItIsCompleteAndReplacesNothing) {
   expectSound(compact);
 }
 
+TEST_F(FileTest, ATreeWithADamagedPageCanBeRemovedAndOnlyWhatStoodBelowThePageIsLeftOver) {
+  makeFilled();
+  const auto offsets = pageOffsets();
+  std::set<uint64_t> innerPages;
+  for (const auto& [id, offset] : offsets) innerPages.insert(id);
+  uint64_t fewPage = 0;
+  uint64_t denseLeaves = 0;
+  {
+    const Store store = reopen(OpenMode::readOnly);
+    Reader reader = store.beginRead();
+    reader.tree("few").forEachLeaf([&](const LeafInfo& leaf) { fewPage = leaf.pageId; });
+    reader.tree("dense").forEachLeaf([&](const LeafInfo& leaf) { denseLeaves += innerPages.erase(leaf.pageId); });
+  }
+  innerPages.erase(fewPage);
+  ASSERT_EQ(innerPages.size(), 1u);
+  flip(offsets.at(fewPage) + 100, 0);
+  flip(offsets.at(*innerPages.begin()) + 100, 0);
+  Store store = reopen();
+  Writer writer = store.beginWrite();
+  writer.remove("few");
+  writer.remove("dense");
+  writer.create("new").set(5);
+  writer.commit();
+  const VerifyReport report = store.verify();
+  EXPECT_EQ(report.faults, denseLeaves);
+  for (const Finding& finding : report.findings) EXPECT_EQ(finding.kind, Finding::Kind::leaked);
+  EXPECT_EQ(store.beginRead().names(), (std::vector<std::string>{"new"}));
+  store.compactTo(path("compact"));
+  expectSound(Store::open(path("compact")));
+}
+
 TEST_F(FileTest, LeakedAndLostPagesAreFound) {
   makeFilled(3);
   const std::string page(16384, '\0');

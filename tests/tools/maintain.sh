@@ -43,3 +43,5 @@ t verify small.bmt | sed -e 's/page [0-9]*/page N/g'
 t verify -q small.bmt
 t get small.bmt b | sed -e 's/page [0-9]*/page N/g'
 t count small.bmt a
+t rm small.bmt b
+t verify small.bmt
