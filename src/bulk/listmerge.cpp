@@ -5,9 +5,9 @@
 
 namespace {
 
-// A part of the entries and the numbers on their way into one ascending run: where it stands, as indexes of the three
-// arrays, and where the part ends.
-struct MergePart {
+// One half of a merge: where it stands, as indexes of the entries, the numbers and the merged words, and where it
+// ends.
+struct MergeHalf {
   long entry, entriesEnd;
   long number, numbersEnd;
   long out;
@@ -15,8 +15,9 @@ struct MergePart {
   bool bothLeft() const { return entry != entriesEnd && number != numbersEnd; }
 };
 
-// The merge of the entries of a list, from some entry on, with numbers. It goes in two parts at once, since a step
-// has to wait for what the one before it has chosen. Part 0 takes everything below the entry in the middle.
+// The merge of the entries of a list, from some entry on, with numbers. Two halves of it go at once, since a
+// step has to wait for what the one before it has chosen. The lower half takes everything below the entry in the
+// middle.
 class Merge {
  public:
   // `entryCount` entries do not lie above the last number.
@@ -24,8 +25,8 @@ class Merge {
       : entries_(entries), numbers_(numbers), middle_(entryCount / 2) {
     const long below = entryCount == 0 ? 0 : firstNotBelow(numbers, count, entries[middle_]);
     upperOut_ = middle_ + below;
-    MergePart lower{0, middle_, 0, below, 0};
-    MergePart upper{middle_, entryCount, below, count, upperOut_};
+    MergeHalf lower{0, middle_, 0, below, 0};
+    MergeHalf upper{middle_, entryCount, below, count, upperOut_};
     while (lower.bothLeft() && upper.bothLeft()) {
       step(lower);
       step(upper);
@@ -59,23 +60,23 @@ class Merge {
 
  private:
   // Every step writes, and moves on what is to be moved on, so that nothing is guessed.
-  void step(MergePart& part) {
-    const uint64_t entry = entries_[part.entry];
-    const uint64_t number = numbers_[part.number];
-    newBelow_[part.entry] = part.out - part.entry;
-    merged_[part.out++] = number < entry ? number : entry;
-    part.entry += entry <= number;
-    part.number += number <= entry;
+  void step(MergeHalf& half) {
+    const uint64_t entry = entries_[half.entry];
+    const uint64_t number = numbers_[half.number];
+    newBelow_[half.entry] = half.out - half.entry;
+    merged_[half.out++] = number < entry ? number : entry;
+    half.entry += entry <= number;
+    half.number += number <= entry;
   }
 
-  void passEntry(MergePart& part) {
-    newBelow_[part.entry] = part.out - part.entry;
-    merged_[part.out++] = entries_[part.entry++];
+  void passEntry(MergeHalf& half) {
+    newBelow_[half.entry] = half.out - half.entry;
+    merged_[half.out++] = entries_[half.entry++];
   }
 
-  // The numbers that lie above all entries of the part.
-  void finish(MergePart& part) {
-    while (part.number != part.numbersEnd) merged_[part.out++] = numbers_[part.number++];
+  // The numbers that lie above all entries of the half.
+  void finish(MergeHalf& half) {
+    while (half.number != half.numbersEnd) merged_[half.out++] = numbers_[half.number++];
   }
 
   const uint64_t* entries_;

@@ -224,6 +224,37 @@ TEST_F(FileTest, OneProcessOpensAFileOnce) {
   EXPECT_TRUE(store.beginRead().names().empty());
 }
 
+TEST_F(FileTest, TwoStoresOfOneProcessKeepApart) {
+  Store one = make();
+  Store two = Store::open(path("another"), {.mode = OpenMode::create});
+  Model ofOne, ofTwo;
+  for (uint64_t round = 0; round < 20; ++round) {
+    Writer writerOfOne = one.beginWrite();
+    Writer writerOfTwo = two.beginWrite();
+    if (round == 0) {
+      writerOfOne.create("tree");
+      writerOfTwo.create("tree");
+    }
+    for (uint64_t i = 0; i < 200; ++i) {  // by turns, so that each meets what the other has just used
+      const uint64_t number = round * 100'000 + i * 700;
+      writerOfOne.tree("tree").set(number);
+      writerOfTwo.tree("tree").set(number + 1);
+      ofOne["tree"].insert(number);
+      ofTwo["tree"].insert(number + 1);
+    }
+    const Reader before = one.beginRead();
+    writerOfTwo.commit();
+    writerOfOne.commit();
+    EXPECT_EQ(before.contains("tree"), round > 0);
+    Reader readerOfOne = one.beginRead();
+    Reader readerOfTwo = two.beginRead();
+    expectEqual(readerOfOne, ofOne);
+    expectEqual(readerOfTwo, ofTwo);
+  }
+  expectSound(one);
+  expectSound(two);
+}
+
 TEST_F(FileTest, EveryFlippedBitOfAStoredPageIsFoundAndItsPageNotUsed) {
   makeFilled();
   const auto offsets = pageOffsets();
